@@ -1,0 +1,57 @@
+# What `cmake --install` and `cpack -G DEB` put where: library, public headers, CMake package, pkg-config file.
+# The tool's own files are installed by tools/CMakeLists.txt.
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/veldra")
+set(installed_targets veldra_storage)
+# What a consumer has to find as well: a static library leaves its own dependencies to the final link.
+set(dependencies "")
+set(pc_requires "")
+set(pc_libs "")
+if(NOT BUILD_SHARED_LIBS)
+  set(dependencies "Threads" "spdlog")
+  set(pc_requires "spdlog")
+  if(VELDRA_SQLITE_AMALGAMATION)
+    list(APPEND installed_targets veldra_sqlite)
+    set(pc_libs "-lveldra_sqlite -lm -ldl -pthread")
+  else()
+    list(APPEND dependencies "SQLite3")
+    string(APPEND pc_requires " sqlite3")
+  endif()
+endif()
+list(TRANSFORM dependencies REPLACE "(.+)" "find_dependency(\\1)")
+list(JOIN dependencies "\n" dependencies)
+
+install(TARGETS ${installed_targets} EXPORT veldraTargets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(EXPORT veldraTargets NAMESPACE veldra:: DESTINATION ${package_dir})
+
+configure_package_config_file(cmake/veldraConfig.cmake.in veldraConfig.cmake INSTALL_DESTINATION ${package_dir})
+write_basic_package_version_file(veldraConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+install(FILES "${PROJECT_BINARY_DIR}/veldraConfig.cmake" "${PROJECT_BINARY_DIR}/veldraConfigVersion.cmake"
+  DESTINATION ${package_dir})
+
+# From the file's own place to the prefix, so that the installed tree may be moved.
+file(RELATIVE_PATH pc_to_prefix "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
+configure_file(cmake/veldra-storage.pc.in veldra-storage.pc @ONLY)
+install(FILES "${PROJECT_BINARY_DIR}/veldra-storage.pc" DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME veldra)
+set(CPACK_PACKAGE_CONTACT "Veldra maintainers <maintainers@veldra.invalid>")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "universal-ctags")
+if(NOT BUILD_SHARED_LIBS)
+  string(APPEND CPACK_DEBIAN_PACKAGE_DEPENDS ", libspdlog-dev")
+  if(NOT VELDRA_SQLITE_AMALGAMATION)
+    string(APPEND CPACK_DEBIAN_PACKAGE_DEPENDS ", libsqlite3-dev")
+  endif()
+endif()
+include(CPack)
