@@ -1,0 +1,48 @@
+# The front door. Needs git, make and the right to install packages (root or sudo) beforehand.
+#
+#   make run [REPO=DIR] [DB=FILE] [TEXT=WORDS]   index a repository, print its statistics and one search
+#   make test                                    build everything and run every test
+
+REPO ?= .
+DB ?=
+TEXT ?= main
+PREFIX ?= /usr/local
+JOBS ?= $(shell nproc)
+
+BUILD := build/release
+TOOL := $(BUILD)/tools/veldra-index
+SHELL := /bin/bash
+.DEFAULT_GOAL := help
+.PHONY: help deps configure build run test bench install package clean
+
+help: ## this list
+	@awk -F ':.*## ' '/^[a-z]+:.*## / { printf "  make %-9s%s\n", $$1, $$2 }' Makefile
+
+deps: ## install the packages that are missing
+	@scripts/install-deps.sh
+
+configure: deps
+	@scripts/quietly.sh "Configure" cmake --preset release
+
+build: configure ## the library, the tool, tests and benchmarks, optimised
+	@scripts/quietly.sh "Build" cmake --build --preset release --parallel $(JOBS)
+
+run: build ## index REPO (default: this one) into DB, then print its statistics and a search for TEXT
+	@$(TOOL) rebuild "$(REPO)" $(if $(DB),--db "$(DB)")
+	@$(TOOL) stats "$(REPO)" $(if $(DB),--db "$(DB)")
+	@$(TOOL) search "$(TEXT)" "$(REPO)" $(if $(DB),--db "$(DB)") | head -n 20
+
+test: build ## run every test
+	@scripts/run-tests.sh release
+
+bench: build ## compare with the bare SQLite library, in one run
+	@$(BUILD)/bench/veldra_bench
+
+install: build ## install under PREFIX (default /usr/local); DESTDIR is honoured
+	@cmake --install $(BUILD) --prefix "$(PREFIX)"
+
+package: build ## build/release/veldra_*.deb
+	@scripts/quietly.sh "Package" cpack --config $(BUILD)/CPackConfig.cmake -B $(BUILD)
+
+clean: ## remove everything that was built
+	rm -rf build
