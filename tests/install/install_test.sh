@@ -1,0 +1,86 @@
+#!/bin/bash
+# install_test.sh KIND SOURCE BUILD: the library as users get it. A small program is built against it in every
+# way that is promised, and run.
+#   static        what `cmake --install BUILD` installs
+#   shared        a shared build of SOURCE: its exports, its versioned name
+#   subdirectory  SOURCE as a part of another project
+#   deb           the package that cpack makes of BUILD, unpacked
+# The environment may name the compiler (CXX) and its launcher (CMAKE_CXX_COMPILER_LAUNCHER).
+set -eu
+kind=$1 source=$2 build=$3
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+CXX=${CXX:-c++}
+
+fail() {
+  echo "$*" >&2
+  exit 1
+}
+
+# expect_runs PROGRAM: it writes an index and answers from it.
+expect_runs() {
+  local answer
+  answer=$(cd "$work" && rm -f first.db && "$1")
+  [ "$answer" = "src/main.cc:12 main" ] || fail "$1 answered: $answer"
+}
+
+# expect_usable PREFIX: what is installed there serves find_package and pkg-config.
+expect_usable() {
+  local prefix=$1 config
+  cmake -S "$source/tests/install" -B "$work/find_package" -G Ninja -DCMAKE_PREFIX_PATH="$prefix"
+  cmake --build "$work/find_package"
+  expect_runs "$work/find_package/consumer"
+
+  config=$(find "$prefix" -name veldra-storage.pc -printf '%h')
+  # shellcheck disable=SC2046  # several words are wanted
+  "$CXX" -std=c++20 "$source/examples/first_program.cc" -o "$work/pkg_config" \
+    $(PKG_CONFIG_PATH=$config pkg-config --cflags --libs veldra-storage) -Wl,-rpath,"${config%/pkgconfig}"
+  expect_runs "$work/pkg_config"
+
+  [ -f "$prefix/include/veldra/storage/database.h" ] || fail "database.h was not installed"
+  [ ! -e "$prefix/include/veldra/storage/database_internal.h" ] || fail "an internal header was installed"
+}
+
+# expect_public_symbols LIBRARY: no function or object leaves it but what the public headers declare.
+expect_public_symbols() {
+  local exported stray
+  exported=$(nm -DC --defined-only "$1" | sed -n 's/^[0-9a-f]* [TDBRV] //p')
+  grep -q '^veldra::Database::connect()' <<<"$exported" || fail "$1 does not export Database::connect"
+  stray=$(grep -vE '^((vtable|typeinfo|typeinfo name) for )?veldra::[A-Za-z]' <<<"$exported" || true)
+  [ -z "$stray" ] || fail "$1 exports what no public header declares: $stray"
+}
+
+case $kind in
+static)
+  cmake --install "$build" --prefix "$work/usr"
+  expect_usable "$work/usr"
+  ;;
+shared)
+  cmake -S "$source" -B "$work/build" -G Ninja -DBUILD_SHARED_LIBS=ON -DCMAKE_BUILD_TYPE=Debug
+  cmake --build "$work/build"
+  cmake --install "$work/build" --prefix "$work/usr"
+  expect_usable "$work/usr"
+  library=$(find "$work/usr" -name libveldra_storage.so)
+  objdump -p "$library" | grep -qE 'SONAME +libveldra_storage\.so\.[0-9]+\.[0-9]+$' || fail "SONAME has no version"
+  expect_public_symbols "$library"
+  ;;
+subdirectory)
+  cmake -S "$source/tests/install" -B "$work/build" -G Ninja -DVELDRA_SOURCE="$source" -DCMAKE_BUILD_TYPE=Debug
+  cmake --build "$work/build"
+  expect_runs "$work/build/consumer"
+  [ ! -d "$work/build/veldra/tests" ] || fail "a project that adds this one builds its tests too"
+  ;;
+deb)
+  cpack --config "$build/CPackConfig.cmake" -B "$work"
+  package=$(ls "$work"/*.deb)
+  dpkg-deb -c "$package"
+  for file in bin/veldra-index lib/libveldra_storage include/veldra/storage/database.h \
+    lib/cmake/veldra/veldraConfig.cmake lib/pkgconfig/veldra-storage.pc; do
+    dpkg-deb -c "$package" | grep -q " \./usr/$file" || fail "the package lacks $file"
+  done
+  dpkg-deb -x "$package" "$work/root"
+  expect_usable "$work/root/usr"
+  "$work/root/usr/bin/veldra-index" --version
+  ;;
+*) fail "unknown kind: $kind" ;;
+esac
