@@ -1,0 +1,106 @@
+// Opening a connection with the settings that every one of the layer has, and closing it.
+#include "veldra/sqlite/connection.h"
+
+#include <sqlite3.h>
+
+#include <utility>
+
+#include "veldra/errors.h"
+#include "veldra/sqlite/connection_state.h"
+
+namespace veldra {
+namespace {
+
+/// A read connection is lent to one thread at a time, so SQLite needs no mutex of its own for it.
+int open_flags(Connection::Mode mode) {
+  if (mode == Connection::Mode::ReadOnly)
+    return SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX;
+  return SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX;
+}
+
+}  // namespace
+
+std::string plain_file_name(const std::filesystem::path& path) {
+  std::string name = path.string();
+  if (name.find('\0') != std::string::npos)
+    throw ProgrammingError("a file name cannot hold a NUL character");
+  if (name == ":memory:" || path.is_absolute())
+    return name;
+  return "./" + name;
+}
+
+Connection::Connection(const std::filesystem::path& path, Mode mode)
+    : _state(std::make_shared<ConnectionState>()) {
+  sqlite3*& db = _state->db;
+  const std::string name = plain_file_name(path);
+  const int opened = sqlite3_open_v2(name.c_str(), &db, open_flags(mode), nullptr);
+  try {
+    if (opened != SQLITE_OK) {
+      if (db == nullptr)
+        throw_error(opened, sqlite3_errstr(opened));
+      throw_error(sqlite3_extended_errcode(db), sqlite3_errmsg(db));
+    }
+    sqlite3_extended_result_codes(db, 1);
+    sqlite3_busy_timeout(db, BUSY_TIMEOUT_MS);
+    sqlite3_db_config(db, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+    if (mode == Mode::ReadOnly)
+      return;
+    for (const std::string_view sql : {"BEGIN", "COMMIT", "ROLLBACK"}) {
+      std::unique_ptr<Statement> statement = Statement::prepare(db, sql);
+      statement->keep();
+      _state->cache.park(std::move(statement));
+    }
+  } catch (...) {
+    _state->close();
+    throw;
+  }
+}
+
+Connection::~Connection() {
+  const std::lock_guard guard(_state->mutex);
+  _state->close();
+}
+
+Cursor Connection::cursor() {
+  const std::lock_guard guard(_state->mutex);
+  if (_state->db == nullptr)
+    throw ProgrammingError("Cannot operate on a closed database.");
+  return Cursor(_state);
+}
+
+Cursor Connection::execute(std::string_view sql, const Params& params) {
+  Cursor result(_state);
+  result.execute(sql, params);
+  return result;
+}
+
+Cursor Connection::executemany(std::string_view sql, const ParamsList& params_list) {
+  Cursor result(_state);
+  result.executemany(sql, params_list);
+  return result;
+}
+
+void Connection::close() {
+  const std::lock_guard guard(_state->mutex);
+  const int code = _state->close();
+  if (code != SQLITE_OK)
+    _state->fail(code);
+}
+
+void Connection::roll_back() noexcept {
+  const std::lock_guard guard(_state->mutex);
+  if (_state->db != nullptr)
+    _state->roll_back();
+}
+
+bool Connection::damaged() const noexcept {
+  const std::lock_guard guard(_state->mutex);
+  return _state->damaged;
+}
+
+sqlite3* Connection::handle() const noexcept {
+  const std::lock_guard guard(_state->mutex);
+  return _state->db;
+}
+
+}  // namespace veldra

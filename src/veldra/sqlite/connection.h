@@ -1,0 +1,69 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "veldra/export.h"
+#include "veldra/sqlite/cursor.h"
+#include "veldra/sqlite/value.h"
+
+struct sqlite3;
+
+namespace veldra {
+
+/// The text that makes SQLite take `path` as a plain file name, whatever it looks like: a `file:`
+/// name is a URI to some builds of SQLite even when nobody asks for one
+/// (https://www.sqlite.org/uri.html). Exactly `:memory:` stays what it is.
+/// Throws `ProgrammingError` for a path that holds a NUL byte.
+VELDRA_EXPORT std::string plain_file_name(const std::filesystem::path& path);
+
+/// One open SQLite connection, in autocommit: it never begins a transaction by itself.
+///
+/// Values come back in their own storage class, a statement that finds the file locked tries again
+/// for `BUSY_TIMEOUT_MS`, and functions that the schema names run only when they are registered as
+/// harmless (https://www.sqlite.org/src/doc/latest/doc/trusted-schema.md).
+///
+/// Thread safety: any member, from any thread: one mutex per connection is held for each call of
+/// the connection and of its cursors, so SQLite's message and its count of changes belong to the
+/// call that reads them. `close` waits for a call that is running. Ownership: owns the SQLite
+/// handle; cursors may outlive it. Destroying it closes it.
+class VELDRA_EXPORT Connection {
+ public:
+  enum class Mode { ReadWrite, ReadOnly };
+
+  static constexpr int BUSY_TIMEOUT_MS = 5000;
+
+  /// Opens `path`, a plain file name. `ReadWrite` creates the file when it is missing and prepares
+  /// BEGIN, COMMIT and ROLLBACK ahead, so that ending a transaction needs no memory.
+  /// Throws `Error` ("unable to open database file").
+  explicit Connection(const std::filesystem::path& path, Mode mode = Mode::ReadWrite);
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+  ~Connection();
+
+  Cursor cursor();
+  Cursor execute(std::string_view sql, const Params& params = {});
+  Cursor executemany(std::string_view sql, const ParamsList& params_list);
+
+  /// Finishes every statement, rolls an open transaction back and closes the handle. May be
+  /// repeated. Throws `Error` when SQLite refuses; the connection then stays open.
+  void close();
+
+  /// True once an I/O error or a corrupt page was met: better not used again.
+  bool damaged() const noexcept;
+
+  /// Runs ROLLBACK without an exception. What it cannot end for want of memory is ended before the
+  /// connection's next statement, so that no later write is acknowledged inside it.
+  void roll_back() noexcept;
+
+  /// SQLite's handle, for what has no wrapper (functions, hooks); null once closed. The caller
+  /// keeps others off the connection meanwhile.
+  sqlite3* handle() const noexcept;
+
+ private:
+  std::shared_ptr<ConnectionState> _state;
+};
+
+}  // namespace veldra

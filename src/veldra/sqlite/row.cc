@@ -1,0 +1,196 @@
+// A result row in one block of memory: header, one cell and one type per column, then the bytes of
+// its texts and blobs.
+#include "veldra/sqlite/row.h"
+
+#include <sqlite3.h>
+
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <new>
+#include <stdexcept>
+
+#include "veldra/errors.h"
+#include "veldra/utils/ascii.h"
+
+namespace veldra {
+namespace {
+
+struct Bytes {
+  std::uint32_t offset;
+  std::uint32_t length;
+};
+
+union Cell {
+  std::int64_t integer;
+  double real;
+  Bytes bytes;
+};
+
+/// A column of the statement as SQLite shows it, between measuring and copying.
+struct Column {
+  StorageClass type;
+  Cell cell;
+  const void* data;
+};
+
+StorageClass storage_class(sqlite3_value* value) {
+  switch (sqlite3_value_type(value)) {
+    case SQLITE_INTEGER:
+      return StorageClass::Integer;
+    case SQLITE_FLOAT:
+      return StorageClass::Real;
+    case SQLITE_TEXT:
+      return StorageClass::Text;
+    case SQLITE_BLOB:
+      return StorageClass::Blob;
+    default:
+      return StorageClass::Null;
+  }
+}
+
+/// Reads a column through one access to its value; safe because the caller holds the connection's
+/// mutex (https://www.sqlite.org/c3ref/value.html speaks of values that others may change).
+Column read_column(sqlite3_value* value) {
+  Column column{.type = storage_class(value), .cell = {.integer = 0}, .data = nullptr};
+  switch (column.type) {
+    case StorageClass::Integer:
+      column.cell.integer = sqlite3_value_int64(value);
+      return column;
+    case StorageClass::Real:
+      column.cell.real = sqlite3_value_double(value);
+      return column;
+    case StorageClass::Text:
+      column.data =
+          sqlite3_value_text(value);  // before the length: it may have to convert the text
+      break;
+    case StorageClass::Blob:
+      column.data = sqlite3_value_blob(value);
+      break;
+    case StorageClass::Null:
+      return column;
+  }
+  column.cell.bytes = {.offset = 0,
+                       .length = static_cast<std::uint32_t>(sqlite3_value_bytes(value))};
+  // An empty blob has no address; any other text or blob without one is one SQLite had no memory
+  // for.
+  if (column.data == nullptr &&
+      (column.type == StorageClass::Text || column.cell.bytes.length > 0)) {
+    throw_error(SQLITE_NOMEM, "out of memory");
+  }
+  return column;
+}
+
+}  // namespace
+
+struct Row::Block {
+  std::shared_ptr<const ColumnNames> names;
+  std::size_t count;
+  std::size_t size;  // of the whole block, in bytes
+
+  static std::size_t head_size(std::size_t count) {
+    return sizeof(Block) + count * (sizeof(Cell) + sizeof(StorageClass));
+  }
+  Cell* cells() { return reinterpret_cast<Cell*>(this + 1); }
+  const Cell* cells() const { return reinterpret_cast<const Cell*>(this + 1); }
+  StorageClass* types() { return reinterpret_cast<StorageClass*>(cells() + count); }
+  const StorageClass* types() const {
+    return reinterpret_cast<const StorageClass*>(cells() + count);
+  }
+  char* base() { return reinterpret_cast<char*>(this); }
+  const char* base() const { return reinterpret_cast<const char*>(this); }
+};
+
+void Row::Free::operator()(Block* block) const noexcept {
+  block->~Block();
+  ::operator delete(block);
+}
+
+Row::Row(sqlite3_stmt* statement, const std::shared_ptr<const ColumnNames>& names) {
+  const auto count = static_cast<std::size_t>(sqlite3_data_count(statement));
+  static constexpr std::size_t USUAL_COLUMNS = 16;
+  std::array<Column, USUAL_COLUMNS> usual;
+  std::vector<Column> many(count > USUAL_COLUMNS ? count : 0);
+  Column* const columns = many.empty() ? usual.data() : many.data();
+
+  std::size_t size = Block::head_size(count);
+  for (std::size_t i = 0; i < count; ++i) {
+    columns[i] = read_column(sqlite3_column_value(statement, static_cast<int>(i)));
+    if (columns[i].data == nullptr)
+      continue;
+    columns[i].cell.bytes.offset = static_cast<std::uint32_t>(size);
+    size += columns[i].cell.bytes.length;
+    if (size > std::numeric_limits<std::uint32_t>::max()) {
+      throw_error(SQLITE_TOOBIG, "the row is larger than 4 GiB: select fewer columns");
+    }
+  }
+
+  _block.reset(new (::operator new(size)) Block{.names = names, .count = count, .size = size});
+  for (std::size_t i = 0; i < count; ++i) {
+    _block->cells()[i] = columns[i].cell;
+    _block->types()[i] = columns[i].type;
+    if (columns[i].data == nullptr)
+      continue;
+    const Bytes bytes = columns[i].cell.bytes;
+    std::memcpy(_block->base() + bytes.offset, columns[i].data, bytes.length);
+  }
+}
+
+Row::Row(const Row& other) {
+  if (!other._block)
+    return;
+  _block.reset(new (::operator new(other._block->size)) Block(*other._block));
+  std::memcpy(_block->base() + sizeof(Block), other._block->base() + sizeof(Block),
+              other._block->size - sizeof(Block));
+}
+
+Row& Row::operator=(const Row& other) {
+  if (this != &other)
+    *this = Row(other);
+  return *this;
+}
+
+std::size_t Row::size() const noexcept {
+  return _block ? _block->count : 0;
+}
+
+const Row::Block& Row::_at(std::size_t position) const {
+  if (position >= size()) {
+    throw std::out_of_range("no column " + std::to_string(position) + " in a row of " +
+                            std::to_string(size()));
+  }
+  return *_block;
+}
+
+ValueView Row::operator[](std::size_t position) const {
+  const Block& block = _at(position);
+  const Cell cell = block.cells()[position];
+  const StorageClass type = block.types()[position];
+  switch (type) {
+    case StorageClass::Integer:
+      return ValueView(cell.integer);
+    case StorageClass::Real:
+      return ValueView(cell.real);
+    case StorageClass::Text:
+    case StorageClass::Blob:
+      return {type, {block.base() + cell.bytes.offset, cell.bytes.length}};
+    case StorageClass::Null:
+      break;
+  }
+  return {};
+}
+
+ValueView Row::operator[](std::string_view name) const {
+  for (std::size_t i = 0; i < size(); ++i) {
+    if (equal_ignoring_case((*_block->names)[i], name))
+      return (*this)[i];
+  }
+  throw std::out_of_range("no column named '" + std::string(name) + "'");
+}
+
+const std::string& Row::column_name(std::size_t position) const {
+  return (*_at(position).names)[position];
+}
+
+}  // namespace veldra

@@ -1,0 +1,140 @@
+// Preparing statements, and keeping them prepared between their uses.
+#include "veldra/sqlite/statement.h"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <array>
+#include <limits>
+
+#include "veldra/errors.h"
+
+namespace veldra {
+namespace {
+
+bool is_word(std::string_view sql, std::string_view upper_case_word) {
+  return sql.size() >= upper_case_word.size() &&
+         sqlite3_strnicmp(sql.data(), upper_case_word.data(),
+                          static_cast<int>(upper_case_word.size())) == 0;
+}
+
+bool begins_with_change(std::string_view sql) {
+  static constexpr std::array<std::string_view, 5> WORDS = {"INSERT", "UPDATE", "DELETE", "REPLACE",
+                                                            "WITH"};
+  return std::ranges::any_of(WORDS, [&](std::string_view word) { return is_word(sql, word); });
+}
+
+}  // namespace
+
+std::string_view skip_blank_sql(std::string_view sql) noexcept {
+  while (!sql.empty()) {
+    if (sql.find_first_of(" \t\n\f\r;") == 0) {
+      sql.remove_prefix(1);
+    } else if (sql.starts_with("--")) {
+      sql.remove_prefix(std::min(sql.find('\n'), sql.size()));
+    } else if (sql.starts_with("/*")) {
+      const std::size_t end = sql.find("*/", 2);
+      sql.remove_prefix(end == std::string_view::npos ? sql.size() : end + 2);
+    } else {
+      break;
+    }
+  }
+  return sql;
+}
+
+std::unique_ptr<Statement> Statement::prepare(sqlite3* db, std::string_view sql) {
+  if (sql.find('\0') != std::string_view::npos) {
+    throw ProgrammingError(
+        "the SQL text contains a NUL character: bind such a value as a parameter");
+  }
+  if (sql.size() > std::numeric_limits<int>::max())
+    throw_error(SQLITE_TOOBIG, "the SQL text is too long");
+  if (skip_blank_sql(sql).empty())
+    return nullptr;
+  sqlite3_stmt* raw = nullptr;
+  const char* tail = nullptr;
+  const int code = sqlite3_prepare_v3(db, sql.data(), static_cast<int>(sql.size()),
+                                      SQLITE_PREPARE_PERSISTENT, &raw, &tail);
+  if (code != SQLITE_OK)
+    throw_error(code, sqlite3_errmsg(db));
+  struct FinalizeOnError {
+    sqlite3_stmt* statement;
+    ~FinalizeOnError() { sqlite3_finalize(statement); }
+  } on_error{raw};
+  const auto used = static_cast<std::size_t>(tail - sql.data());
+  if (!skip_blank_sql(sql.substr(used)).empty()) {
+    throw ProgrammingError("the SQL text holds more than one statement: run them one by one");
+  }
+  std::unique_ptr<Statement> statement(new Statement(raw, sql));
+  on_error.statement = nullptr;
+  return statement;
+}
+
+Statement::Statement(sqlite3_stmt* statement, std::string_view sql)
+    : _statement(statement),
+      _sql(sql),
+      _parameters(sqlite3_bind_parameter_count(statement)),
+      _only_reads(sqlite3_stmt_readonly(statement) != 0),
+      _counts_changes(!_only_reads && begins_with_change(skip_blank_sql(sql))) {}
+
+Statement::~Statement() {
+  finalize();
+}
+
+const std::shared_ptr<const ColumnNames>& Statement::column_names() {
+  const int preparation = sqlite3_stmt_status(_statement, SQLITE_STMTSTATUS_REPREPARE, 0);
+  if (preparation == _names_of_preparation)
+    return _names;
+  auto names = std::make_shared<ColumnNames>();
+  const int count = sqlite3_column_count(_statement);
+  names->reserve(static_cast<std::size_t>(count));
+  for (int i = 0; i < count; ++i) {
+    const char* const name = sqlite3_column_name(_statement, i);
+    if (name == nullptr)
+      throw_error(SQLITE_NOMEM, "out of memory");
+    names->emplace_back(name);
+  }
+  _names = std::move(names);
+  _names_of_preparation = preparation;
+  return _names;
+}
+
+void Statement::reset() noexcept {
+  sqlite3_reset(_statement);
+  if (_parameters > 0)
+    sqlite3_clear_bindings(_statement);
+}
+
+void Statement::finalize() noexcept {
+  sqlite3_finalize(_statement);
+  _statement = nullptr;
+}
+
+StatementCache::StatementCache() {
+  _parked.reserve(CAPACITY + 1);
+}
+
+std::unique_ptr<Statement> StatementCache::take(std::string_view sql) noexcept {
+  for (auto parked = _parked.rbegin(); parked != _parked.rend(); ++parked) {
+    if (parked->length != sql.size() || parked->statement->sql() != sql)
+      continue;
+    std::unique_ptr<Statement> statement = std::move(parked->statement);
+    _parked.erase(std::next(parked).base());
+    return statement;
+  }
+  return nullptr;
+}
+
+void StatementCache::park(std::unique_ptr<Statement> statement) noexcept {
+  statement->reset();
+  const std::size_t length = statement->sql().size();
+  _parked.push_back({length, std::move(statement)});
+  if (_parked.size() <= CAPACITY)
+    return;
+  const auto oldest =
+      std::ranges::find_if(_parked, [](const Parked& parked) { return !parked.statement->kept(); });
+  if (oldest != _parked.end())
+    _parked.erase(oldest);
+}
+
+}  // namespace veldra

@@ -1,0 +1,94 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "veldra/sqlite/row.h"
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace veldra {
+
+/// One prepared statement and what is known of it. Internal; the connection's mutex guards it.
+class Statement {
+ public:
+  /// Prepares the one statement of `sql`; returns none for a text without any.
+  /// Throws `Error` of SQLite, `ProgrammingError` for a second statement or a NUL byte.
+  static std::unique_ptr<Statement> prepare(sqlite3* db, std::string_view sql);
+
+  Statement(const Statement&) = delete;
+  Statement& operator=(const Statement&) = delete;
+  ~Statement();
+
+  sqlite3_stmt* get() const noexcept { return _statement; }
+  std::string_view sql() const noexcept { return _sql; }
+  int parameters() const noexcept { return _parameters; }
+
+  /// True when SQLite says that it writes nothing itself
+  /// (https://www.sqlite.org/c3ref/stmt_readonly.html).
+  bool only_reads() const noexcept { return _only_reads; }
+
+  /// True for INSERT, UPDATE, DELETE and REPLACE, also behind a WITH.
+  bool counts_changes() const noexcept { return _counts_changes; }
+
+  /// The names as they are after the last step: SQLite prepares a statement again by itself when
+  /// the schema has changed, and its columns may then be others.
+  const std::shared_ptr<const ColumnNames>& column_names();
+
+  /// Kept for as long as the connection is open, beside the cache's bound.
+  bool kept() const noexcept { return _kept; }
+  void keep() noexcept { _kept = true; }
+
+  /// Makes it ready for its next run, with no parameter bound.
+  void reset() noexcept;
+
+  /// Ends it early, because its connection closes.
+  void finalize() noexcept;
+
+ private:
+  Statement(sqlite3_stmt* statement, std::string_view sql);
+
+  sqlite3_stmt* _statement;
+  std::string _sql;
+  int _parameters;
+  bool _only_reads;
+  bool _counts_changes;
+  bool _kept = false;
+  std::shared_ptr<const ColumnNames> _names;
+  int _names_of_preparation = -1;  // how often SQLite had prepared it again when `_names` were read
+};
+
+/// Prepared statements that no cursor uses, found by their text; the least recently used goes
+/// first. Internal; the connection's mutex guards it.
+class StatementCache {
+ public:
+  static constexpr std::size_t CAPACITY = 64;
+
+  StatementCache();
+
+  /// Takes the statement of this text out, so that no two cursors share it; none when there is
+  /// none.
+  std::unique_ptr<Statement> take(std::string_view sql) noexcept;
+
+  /// Keeps a statement for its next use; it is reset first.
+  void park(std::unique_ptr<Statement> statement) noexcept;
+
+  void clear() noexcept { _parked.clear(); }
+
+ private:
+  struct Parked {
+    std::size_t length;  // compared before the text: no key is built and few texts are touched
+    std::unique_ptr<Statement> statement;
+  };
+
+  std::vector<Parked> _parked;  // the most recently used last; its memory is reserved ahead
+};
+
+/// The text after white space, semicolons and comments; "" when nothing else is there.
+std::string_view skip_blank_sql(std::string_view sql) noexcept;
+
+}  // namespace veldra

@@ -1,0 +1,288 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "veldra/errors.h"
+#include "veldra/export.h"
+#include "veldra/sqlite/connection.h"
+#include "veldra/sqlite/cursor.h"
+#include "veldra/sqlite/row.h"
+#include "veldra/sqlite/value.h"
+#include "veldra/storage/counts.h"
+#include "veldra/storage/schema_version.h"
+#include "veldra/sync/fair_mutex.h"
+#include "veldra/sync/shared_slot.h"
+
+namespace veldra {
+
+class ReaderPool;
+struct _Space;
+enum class LogLevel : std::uint8_t;
+
+/// Keys of the table `schema_info`.
+inline constexpr std::string_view EXTRACTOR_VERSIONS_KEY = "extractor_versions";
+inline constexpr std::string_view LAST_INDEX_KEY =
+    "last_index";  ///< the service's own; not read here
+
+/// Error types for `Database::record_error`; the layer does not interpret them.
+inline constexpr std::string_view FQN_COLLISION_ERROR = "fqn_collision";
+inline constexpr std::string_view PARTIAL_PARSE_ERROR = "partial_parse";
+
+/// `Database::compact` does nothing below this many free pages, or below this share of the file.
+inline constexpr std::int64_t COMPACT_MIN_FREE_PAGES = 2048;
+inline constexpr double COMPACT_MIN_FREE_RATIO = 0.1;
+/// How many pages are released in one holding of the connection lock.
+inline constexpr std::int64_t COMPACT_STEP_PAGES = 1024;
+/// The most data, in bytes, that a conversion to incremental auto-vacuum rewrites in place.
+inline constexpr std::int64_t COMPACT_CONVERT_MAX_BYTES = 1073741824;
+/// What must stay free, in bytes, in each place that a VACUUM writes to, beside the data.
+inline constexpr std::int64_t COMPACT_DISK_MARGIN_BYTES = 67108864;
+
+/// How many read connections a database opens at most, 0 to 32: the environment variable
+/// `VELDRA_DB_READERS`, read at every call; 6 when it is unset, blank or no whole number.
+VELDRA_EXPORT int reader_count();
+
+using RowCounts = Counts;
+using Statistics = Counts;
+
+/// The version of each language's extractor.
+using ExtractorVersions = std::map<std::string, std::int64_t>;
+
+/// What a compaction did.
+struct Compaction {
+  bool converted = false;           ///< this call converted the file to incremental auto-vacuum
+  std::int64_t pages_released = 0;  ///< pages given back to the file system
+  std::optional<std::string>
+      skipped;  ///< why nothing was done; none when it ran or there was too little to do
+
+  friend bool operator==(const Compaction&, const Compaction&) = default;
+};
+
+/// The index file of one repository: one writer, many readers, one schema.
+///
+///     Database db("memory/codebase-index/index.db");
+///     db.connect();
+///     db.create_schema();
+///     db.migrate_schema();
+///     db.transaction([&](Cursor& cursor) {
+///       cursor.execute("INSERT INTO files (path, language, hash) VALUES (?, ?, ?)", {"a.cc",
+///       "C++", "0f"});
+///     });
+///     for (const Row& row : db.fetchall("SELECT path FROM files ORDER BY path"))
+///     use(row["path"].as_text()); db.close();
+///
+/// Writes of all threads go one after another through one connection, under the connection lock.
+/// Queries that only read run on read connections of their own: they wait for nobody, and see what
+/// has been committed. A thread inside its own transaction sees its own writes instead.
+///
+/// | state       | `closed()` | `connection()`                                            |
+/// |-------------|------------|-----------------------------------------------------------|
+/// | Unconnected | false      | throws "Database not connected. Call connect() first."    |
+/// | Open        | false      | the writer connection                                     |
+/// | Closed      | true       | throws "Database is closed."                              |
+///
+/// `connect` leads from Unconnected and Closed to Open, `close` from Open to Closed.
+///
+/// Thread safety: any member but `connect`, from any thread, at any time; `connect` runs while no
+/// other thread uses the object. `_lock` guards every use of the writer connection; what each other
+/// field is guarded by stands beside it.
+/// Ownership: owns its connections. A cursor or connection kept beyond `close` throws when used.
+/// Destroying an open `Database` closes it, readers first; errors are dropped then, so call
+/// `close`. Errors: `Error` of SQLite and `OSError` of the file system pass through unchanged;
+/// `RuntimeError` when the database is not open. After any of them the lock is free and no
+/// transaction is open.
+class VELDRA_EXPORT Database {
+ public:
+  // Lifecycle  (database/lifecycle.cc) -----------------------------------------------------------
+
+  /// Opens nothing. `db_path` is a plain file name, whatever it looks like, or exactly `:memory:`.
+  explicit Database(std::filesystem::path db_path);
+  Database(const Database&) = delete;
+  Database& operator=(const Database&) = delete;
+  ~Database();
+
+  const std::filesystem::path db_path;
+
+  /// Creates the file's directory, opens the writer in WAL mode and, where that holds, a pool of
+  /// `reader_count()` read connections.
+  ///
+  /// A new file gets pages of 8 KiB and incremental auto-vacuum; an existing one keeps its own
+  /// (https://www.sqlite.org/pragma.html#pragma_page_size). On an open database the old writer and
+  /// pool are replaced. Throws `OSError` (nothing has changed) or `Error`: when the file could not
+  /// be opened the database is as before but no longer closed; when a pragma failed the new writer
+  /// stays, partly configured, until `close`.
+  void connect();
+
+  /// Closes the read connections, then the writer: waits for the queries and the transaction that
+  /// are running. May be repeated; does nothing before the first `connect`. From inside the calling
+  /// thread's own transaction it rolls that back, and the end of the scope fails.
+  void close();
+
+  /// True from `close` to the next `connect`: tells a write that failed because of `close` apart.
+  bool closed() const noexcept { return _closed; }
+
+  /// The writer connection. Whoever uses it directly competes with the layer's own use of it.
+  /// Throws `RuntimeError` when the database is not open.
+  std::shared_ptr<Connection> connection() const;
+
+  // Transactions and writes  (database/transactions.cc) ------------------------------------------
+
+  /// Runs `body` inside a transaction: COMMIT when it returns, ROLLBACK when it throws anything;
+  /// what it threw reaches the caller unchanged. A scope inside another joins it: only the
+  /// outermost begins, commits or rolls back, and an error caught inside it undoes nothing.
+  ///
+  /// Holds the connection lock across `body`, which must not wait for a thread that writes. The
+  /// cursor belongs to the scope. The transaction is deferred: one that reads first and writes
+  /// later fails at once when another process wrote in between
+  /// (https://www.sqlite.org/lang_transaction.html#read_transactions_versus_write_transactions).
+  void transaction(const std::function<void(Cursor&)>& body);
+
+  /// Runs one statement on the writer: inside the calling thread's transaction, otherwise committed
+  /// when it completes. The cursor belongs to the caller; its rows are read without the lock.
+  Cursor execute(std::string_view sql, const Params& params = {});
+
+  /// Runs `sql` once per element, each committed on its own outside a transaction; stops at the
+  /// first that fails, and those before it stay.
+  Cursor executemany(std::string_view sql, const ParamsList& params_list);
+
+  // Queries  (database/queries.cc) ---------------------------------------------------------------
+
+  /// The first row, or nothing. A statement that begins with SELECT or WITH runs on a read
+  /// connection and waits for no writer; any other, and those of a thread inside its own
+  /// transaction, on the writer.
+  std::optional<Row> fetchone(std::string_view sql, const Params& params = {});
+  std::vector<Row> fetchall(std::string_view sql, const Params& params = {});
+
+  // Schema  (database/schema.cc) -----------------------------------------------------------------
+
+  /// Creates, in one transaction, what the file lacks of the current schema. Run at every open,
+  /// before `migrate_schema` and everything else.
+  void create_schema();
+
+  /// Brings a file of an earlier release to `SCHEMA_VERSION`, and rewrites one with pages smaller
+  /// than 8 KiB once; queries of other threads go on meanwhile. A version this build does not know
+  /// is left alone. Throws `SchemaMigrationError`: the file is then at the version before the step
+  /// that failed.
+  void migrate_schema();
+
+  // Generation and stamp  (database/generation.cc) -----------------------------------------------
+
+  /// How often the index was replaced as a whole; every process that holds the file sees it. Caches
+  /// keyed by file id are void when it has changed.
+  std::int64_t index_generation();
+
+  /// Marks the files of every language whose extractor is new or has another version stale, and
+  /// records `versions`, in one transaction. Returns how many files were marked.
+  std::int64_t refresh_extractor_stamp(const ExtractorVersions& versions);
+
+  // Contents  (database/contents.cc) -------------------------------------------------------------
+
+  /// Empties every index table, the error records and the text chunks, in one transaction.
+  void clear_all();
+
+  /// Replaces the index by the contents of the file at `staging_path`, in one transaction that
+  /// raises the generation, then compacts the file. Queries see the old rows until the commit.
+  ///
+  /// The columns are those of the live tables. Returns the rows inserted per table, in the order of
+  /// filling. On any error everything is as before. Throws `FileNotFoundError` when nothing is
+  /// there.
+  RowCounts swap_index_from(const std::filesystem::path& staging_path);
+
+  // Health  (database/health.cc) -----------------------------------------------------------------
+
+  /// "files", "symbols" (those listed to a user), "edges", "components", "errors" (rows), in this
+  /// order; five queries, not one snapshot.
+  Statistics get_stats();
+
+  /// True when SQLite finds the file sound
+  /// (https://www.sqlite.org/pragma.html#pragma_integrity_check). Writers wait meanwhile, queries
+  /// do not.
+  bool check_integrity();
+
+  /// Adds one error record; the same problem recorded twice is two records.
+  void record_error(std::string_view file_path, std::string_view error_type,
+                    std::optional<std::string_view> message = {},
+                    std::optional<std::int64_t> line = {});
+
+  /// Removes the records of a file, of one type or of all.
+  void clear_file_errors(std::string_view file_path,
+                         std::optional<std::string_view> error_type = {});
+
+  /// How many files have at least one error record.
+  std::int64_t get_error_count();
+
+  // Compaction  (database/compaction.cc, conversion.cc) ------------------------------------------
+
+  /// Gives free pages back to the file system, in steps of `COMPACT_STEP_PAGES` between which
+  /// writers get the lock, or converts a file without auto-vacuum once.
+  ///
+  /// Maintenance: what the database or the disk do ends in `skipped`, never in an exception. Blocks
+  /// on the disk, so it declines on the host's event-loop thread, and inside a transaction of the
+  /// caller.
+  Compaction compact();
+
+ private:
+  friend struct DatabaseTestAccess;
+
+  // Lifecycle
+  std::shared_ptr<ReaderPool> _open_readers(std::string_view journal_mode);
+
+  // Transactions and writes. Caller holds _lock.
+  void _nested_scope(const std::function<void(Cursor&)>& body);
+  void _outermost_scope(const std::function<void(Cursor&)>& body);
+
+  // Queries
+  template <typename Fetch>
+  auto _query(std::string_view sql, const Params& params, Fetch&& fetch);
+  std::shared_ptr<ReaderPool> _readers_for(std::string_view sql) const;
+  std::int64_t _count(std::string_view sql);
+
+  // Schema
+  void _rewrite_pages();
+
+  // Generation
+  void _bump_index_generation(Cursor* cursor = nullptr);
+
+  // Contents. Caller holds _lock.
+  RowCounts _replace_contents();
+
+  // Space. Caller holds the lock of `connection`'s database.
+  static _Space _space(Connection& connection);
+
+  // Compaction
+  Compaction _compact();
+  Compaction _skip_compaction(std::string_view kind, std::string_view reason);
+  Compaction _skip_compaction(std::string_view kind, std::string_view reason, LogLevel level,
+                              bool exc_info);
+  std::int64_t _release_free_pages();
+  void _shrink_file(Connection& connection);  // caller holds _lock
+  Compaction _convert_to_incremental(const _Space& space);
+  static void _vacuum(Connection& connection);  // caller holds _lock
+
+  SharedSlot<Connection> _connection;  // the writer; changed by connect and close
+  FairMutex _lock;                     // orders every use of the writer connection
+  int _tx_depth = 0;                   // open scopes; guarded by _lock
+  std::atomic<bool> _closed = false;
+  std::atomic<std::thread::id>
+      _tx_owner;  // written under _lock; a thread can only find its own id there itself
+  std::mutex _compaction_noted_mutex;                    // guards the next field
+  std::set<std::string, std::less<>> _compaction_noted;  // kinds of skip reported at their level
+  std::atomic<bool> _conversion_failed = false;
+  // Last, so that an open database that is destroyed closes its readers before its writer. Closed
+  // but kept by close; replaced by connect and by the page rewrite.
+  SharedSlot<ReaderPool> _readers;
+};
+
+}  // namespace veldra

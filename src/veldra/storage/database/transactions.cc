@@ -1,0 +1,68 @@
+// Transaction scopes and single writes, all under the connection lock.
+#include <cassert>
+#include <utility>
+
+#include "veldra/storage/database.h"
+#include "veldra/storage/database_internal.h"
+
+namespace veldra {
+
+void Database::transaction(const std::function<void(Cursor&)>& body) {
+  const std::lock_guard guard(_lock);
+  if (_tx_depth > 0) {
+    _nested_scope(body);
+  } else {
+    _outermost_scope(body);
+  }
+}
+
+void Database::_nested_scope(const std::function<void(Cursor&)>& body) {
+  assert(_lock.held_by_this_thread());
+  struct Depth {
+    int& depth;
+    explicit Depth(int& open_scopes) : depth(open_scopes) { ++depth; }
+    Depth(const Depth&) = delete;
+    Depth& operator=(const Depth&) = delete;
+    ~Depth() { --depth; }
+  };
+  std::optional<Cursor> cursor;  // outlives `depth`: the count goes down first
+  const Depth depth(_tx_depth);
+  cursor = connection()->cursor();
+  body(*cursor);
+}
+
+void Database::_outermost_scope(const std::function<void(Cursor&)>& body) {
+  assert(_lock.held_by_this_thread());
+  // Before anything is changed: it throws when the database is not open.
+  const std::shared_ptr<Connection> writer = connection();
+  Cursor cursor = writer->cursor();
+  struct Ended {
+    Database& db;
+    ~Ended() {
+      db._tx_depth = 0;
+      db._tx_owner = std::thread::id();
+    }
+  } const ended{*this};
+  try {
+    _tx_depth = 1;
+    _tx_owner = std::this_thread::get_id();
+    cursor.execute("BEGIN");
+    body(cursor);
+    cursor.execute("COMMIT");
+  } catch (...) {
+    writer->roll_back();  // its own error must not hide the one being handled
+    throw;
+  }
+}
+
+Cursor Database::execute(std::string_view sql, const Params& params) {
+  const std::lock_guard guard(_lock);
+  return connection()->execute(sql, params);
+}
+
+Cursor Database::executemany(std::string_view sql, const ParamsList& params_list) {
+  const std::lock_guard guard(_lock);
+  return connection()->executemany(sql, params_list);
+}
+
+}  // namespace veldra

@@ -1,0 +1,111 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "veldra/logging.h"
+#include "veldra/storage/database.h"
+#include "veldra/storage/reader_pool.h"
+
+/// What the rooms of `Database` share with each other and with nobody else.
+namespace veldra {
+
+inline constexpr std::int64_t _MIB = 1048576;
+
+// Lifecycle  (database/lifecycle.cc) -------------------------------------------------------------
+
+inline constexpr const char* _READERS_ENV = "VELDRA_DB_READERS";
+inline constexpr int _DEFAULT_READERS = 6;
+inline constexpr int _MAX_READERS = 32;
+
+// Queries  (database/queries.cc) -----------------------------------------------------------------
+
+/// In a message of a read connection: the writer connection has to run the statement.
+inline constexpr std::array<std::string_view, 2> _READER_CANNOT_SERVE = {
+    "readonly database", "unable to open database file"};
+
+/// True when `sql` begins like a statement that only reads. A WITH that writes passes for one: the
+/// read connection refuses it, and the writer runs it.
+bool _is_read_statement(std::string_view sql);
+
+/// True when the writer connection has to run the statement that a read connection refused.
+bool _reader_cannot_serve(const OperationalError& error);
+
+/// Runs one statement on a cursor of its own and returns what `fetch` makes of it. The cursor is
+/// closed on every path. `params` are not copied: they stay until the cursor is closed.
+template <typename Fetch>
+auto _run_query(Connection& connection, std::string_view sql, const Params& params, Fetch&& fetch) {
+  Cursor cursor = connection.cursor();
+  cursor._execute(sql, params, Cursor::Lifetime::UntilClosed);
+  return std::forward<Fetch>(fetch)(cursor);
+}
+
+template <typename Fetch>
+auto Database::_query(std::string_view sql, const Params& params, Fetch&& fetch) {
+  if (const std::shared_ptr<ReaderPool> readers = _readers_for(sql)) {
+    try {
+      const ReaderPool::Lease reader = readers->lease();
+      return _run_query(*reader, sql, params, fetch);
+    } catch (const ReaderUnavailable&) {
+      // The writer connection serves it, below.
+    } catch (const OperationalError& error) {
+      if (!_reader_cannot_serve(error))
+        throw;
+    }
+  }
+  const std::lock_guard guard(_lock);
+  return _run_query(*connection(), sql, params, fetch);
+}
+
+// Generation and stamp  (database/generation.cc) -------------------------------------------------
+
+/// The stored stamp as a mapping; none when there is no text, and, with a WARNING, when its format
+/// is unknown.
+std::optional<ExtractorVersions> _parse_extractor_stamp(std::optional<std::string_view> raw);
+
+// Contents  (database/contents.cc) ---------------------------------------------------------------
+
+/// True when `schema`, "main" or the name of an attached database, has the table `code_chunks`.
+bool _has_code_chunks(Cursor& cursor, std::string_view schema = "main");
+
+/// Makes the live `code_chunks` anew, inside the caller's transaction; false when there is none.
+bool _empty_code_chunks(Cursor& cursor);
+
+// Space  (database/space.cc) ---------------------------------------------------------------------
+
+/// SQLite's own numbering of the auto-vacuum modes
+/// (https://www.sqlite.org/pragma.html#pragma_auto_vacuum).
+inline constexpr std::int64_t _AUTO_VACUUM_NONE = 0;
+inline constexpr std::int64_t _AUTO_VACUUM_INCREMENTAL = 2;
+
+/// How much of a database file is in use.
+struct _Space {
+  std::int64_t mode;       ///< the auto-vacuum mode
+  std::int64_t pages;      ///< the size of the file in pages
+  std::int64_t free;       ///< pages on the free list
+  std::int64_t page_size;  ///< bytes per page
+
+  std::int64_t used_bytes() const { return (pages - free) * page_size; }
+};
+
+/// Why the disk cannot hold a VACUUM of `used_bytes` of data, as a sentence; none when it can.
+/// Throws `OSError` when the free space of `db_dir` cannot be told.
+std::optional<std::string> _disk_shortfall(const std::filesystem::path& db_dir,
+                                           std::int64_t used_bytes);
+
+/// True when both directories are on one volume, and when that cannot be told: one volume is the
+/// case that needs the most room on it.
+bool _same_volume(const std::filesystem::path& first, const std::filesystem::path& second);
+
+/// The directory that holds `db_path`: "." for a bare file name.
+std::filesystem::path _directory_of(const std::filesystem::path& db_path);
+
+/// True when the calling thread is running the host's event loop.
+bool _on_event_loop();
+
+}  // namespace veldra

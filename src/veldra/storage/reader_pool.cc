@@ -1,0 +1,86 @@
+// Lending read connections: the bounded wait, the return, the end.
+#include "veldra/storage/reader_pool.h"
+
+#include <utility>
+
+#include "veldra/errors.h"
+
+namespace veldra {
+
+ReaderPool::Lease::Lease(ReaderPool& pool, std::unique_ptr<Connection> connection) noexcept
+    : _pool(&pool), _connection(std::move(connection)) {}
+
+ReaderPool::Lease::~Lease() {
+  if (_connection)
+    _pool->_give_back(std::move(_connection));
+}
+
+ReaderPool::ReaderPool(std::filesystem::path path, int count, Configure configure)
+    : _path(std::move(path)),
+      _count(static_cast<std::size_t>(count)),
+      _configure(std::move(configure)) {
+  _idle.reserve(_count);
+}
+
+ReaderPool::Lease ReaderPool::lease(std::chrono::milliseconds patience) {
+  std::unique_lock lock(_mutex);
+  const auto available = [&] { return _closed || !_idle.empty() || _lent < _count; };
+  if (!available() && !_changed.wait_for(lock, patience, available)) {
+    throw ReaderUnavailable("every read connection is lent");
+  }
+  if (_closed)
+    throw ReaderUnavailable("the reader pool is closed");
+  ++_lent;
+  if (_idle.empty()) {
+    lock.unlock();
+    return {*this, _open()};
+  }
+  std::unique_ptr<Connection> connection = std::move(_idle.back());
+  _idle.pop_back();
+  return {*this, std::move(connection)};
+}
+
+void ReaderPool::close() {
+  std::vector<std::unique_ptr<Connection>> idle;
+  {
+    std::unique_lock lock(_mutex);
+    _closed = true;
+    _changed.notify_all();
+    _changed.wait(lock, [&] { return _lent == 0; });
+    idle.swap(_idle);
+  }
+  for (const std::unique_ptr<Connection>& connection : idle)
+    connection->close();
+}
+
+std::unique_ptr<Connection> ReaderPool::_open() {
+  try {
+    auto connection = std::make_unique<Connection>(_path, Connection::Mode::ReadOnly);
+    if (_configure)
+      _configure(*connection);
+    return connection;
+  } catch (...) {
+    _loan_ended();
+    throw;
+  }
+}
+
+void ReaderPool::_give_back(std::unique_ptr<Connection> connection) noexcept {
+  if (connection->damaged()) {
+    connection.reset();
+    _loan_ended();
+    return;
+  }
+  const std::lock_guard lock(_mutex);
+  _idle.push_back(std::move(connection));
+  --_lent;
+  _changed.notify_all();  // under the mutex: `close` may destroy the pool as soon as it is let on
+}
+
+void ReaderPool::_loan_ended() noexcept {
+  const std::lock_guard lock(_mutex);
+  --_lent;
+  _changed.notify_all();
+}
+
+}  // namespace veldra
