@@ -1,0 +1,12 @@
+#!/bin/bash
+# check-tidy.sh [BUILD]: runs clang-tidy over every source file of the project that BUILD compiles (default
+# build/clang). A finding is an error.
+set -eu
+cd "$(dirname "$0")/.."
+build=${1:-build/clang}
+[ -f "$build/compile_commands.json" ] || {
+  echo "$build has no compile_commands.json: run cmake --preset clang first." >&2
+  exit 1
+}
+sed -n "s|^ *\"file\": \"$PWD/\(.*\.cc\)\".*|\1|p" "$build/compile_commands.json" | sort -u |
+  xargs -P "$(nproc)" -n 1 clang-tidy --quiet -p "$build"
