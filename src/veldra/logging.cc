@@ -44,19 +44,16 @@ spdlog::level::level_enum spdlog_level(LogLevel level) {
 /// None when the host has no logger of this name and no default logger either.
 std::shared_ptr<spdlog::logger> logger_for(LogUnit unit) {
   const char* name = name_of(unit);
-  if (std::shared_ptr<spdlog::logger> registered = spdlog::get(name))
-    return registered;
+  if (std::shared_ptr<spdlog::logger> registered = spdlog::get(name)) return registered;
   const std::shared_ptr<spdlog::logger> fallback = spdlog::default_logger();
-  if (fallback == nullptr)
-    return nullptr;
+  if (fallback == nullptr) return nullptr;
   std::shared_ptr<spdlog::logger> made = fallback->clone(name);
   try {
     // Not initialize_logger: it would replace the formatters of the sinks, which are the host's.
     spdlog::register_logger(made);
   } catch (const spdlog::spdlog_ex&) {
     // Another thread, or the host, registered the name in between: theirs counts.
-    if (std::shared_ptr<spdlog::logger> registered = spdlog::get(name))
-      return registered;
+    if (std::shared_ptr<spdlog::logger> registered = spdlog::get(name)) return registered;
   }
   return made;
 }
@@ -77,8 +74,7 @@ bool is_a(const std::exception& error) {
 
 void log_line(LogUnit unit, LogLevel level, std::string_view message) {
   const std::shared_ptr<spdlog::logger> logger = logger_for(unit);
-  if (logger == nullptr)
-    return;
+  if (logger == nullptr) return;
   logger->log(spdlog_level(level), spdlog::string_view_t(message.data(), message.size()));
 }
 
@@ -123,24 +119,15 @@ std::string quoted(std::string_view text) {
 
 std::string error_type_name(const std::exception& error) {
   // Derived types before their bases.
-  if (is_a<OperationalError>(error))
-    return "OperationalError";
-  if (is_a<IntegrityError>(error))
-    return "IntegrityError";
-  if (is_a<ProgrammingError>(error))
-    return "ProgrammingError";
-  if (is_a<Error>(error))
-    return "Error";
-  if (is_a<RuntimeError>(error))
-    return "RuntimeError";
-  if (is_a<FileNotFoundError>(error))
-    return "FileNotFoundError";
-  if (is_a<ReaderUnavailable>(error))
-    return "ReaderUnavailable";
-  if (is_a<SchemaMigrationError>(error))
-    return "SchemaMigrationError";
-  if (is_a<std::system_error>(error))
-    return "OSError";
+  if (is_a<OperationalError>(error)) return "OperationalError";
+  if (is_a<IntegrityError>(error)) return "IntegrityError";
+  if (is_a<ProgrammingError>(error)) return "ProgrammingError";
+  if (is_a<Error>(error)) return "Error";
+  if (is_a<RuntimeError>(error)) return "RuntimeError";
+  if (is_a<FileNotFoundError>(error)) return "FileNotFoundError";
+  if (is_a<ReaderUnavailable>(error)) return "ReaderUnavailable";
+  if (is_a<SchemaMigrationError>(error)) return "SchemaMigrationError";
+  if (is_a<std::system_error>(error)) return "OSError";
   return compiler_name(typeid(error));
 }
 

@@ -1,0 +1,61 @@
+// Reading what schema_info stores, and taking the write lock at the right moment.
+#include "veldra/storage/schema_info.h"
+
+#include <sqlite3.h>
+
+#include "veldra/errors.h"
+
+namespace veldra {
+
+namespace {
+
+int primary_code(const Error& error) {
+  return error.code() & 0xff;  // the low byte of an extended code
+}
+
+}  // namespace
+
+std::optional<std::string> stored_text(const ValueView& value) {
+  switch (value.type()) {
+    case StorageClass::Null:
+      return std::nullopt;
+    case StorageClass::Integer:
+      return std::to_string(value.as_integer());
+    case StorageClass::Real:
+      return std::to_string(value.as_real());
+    case StorageClass::Text:
+      return std::string(value.as_text());
+    case StorageClass::Blob:
+      break;
+  }
+  const std::span<const std::byte> bytes = value.as_blob();
+  return std::string(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+}
+
+void take_write_lock(Cursor& cursor) {
+  try {
+    cursor.execute("DELETE FROM schema_info WHERE 0");
+  } catch (const OperationalError& error) {
+    if (primary_code(error) != SQLITE_ERROR) {
+      throw;
+    }
+    cursor.execute(SCHEMA_INFO_DDL);  // the table is missing, and making it takes the lock as well
+  }
+}
+
+void look_then_write(const TransactionOpener& open_transaction,
+                     const std::function<void(Cursor&)>& body) {
+  try {
+    open_transaction(body);
+  } catch (const OperationalError& error) {
+    if (primary_code(error) != SQLITE_BUSY) {
+      throw;
+    }
+    open_transaction([&](Cursor& cursor) {
+      take_write_lock(cursor);
+      body(cursor);
+    });
+  }
+}
+
+}  // namespace veldra
