@@ -13,8 +13,7 @@ namespace {
 
 /// A read connection is lent to one thread at a time, so SQLite needs no mutex of its own for it.
 int open_flags(Connection::Mode mode) {
-  if (mode == Connection::Mode::ReadOnly)
-    return SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX;
+  if (mode == Connection::Mode::ReadOnly) return SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX;
   return SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX;
 }
 
@@ -24,8 +23,7 @@ std::string plain_file_name(const std::filesystem::path& path) {
   std::string name = path.string();
   if (name.find('\0') != std::string::npos)
     throw ProgrammingError("a file name cannot hold a NUL character");
-  if (name == ":memory:" || path.is_absolute())
-    return name;
+  if (name == ":memory:" || path.is_absolute()) return name;
   return "./" + name;
 }
 
@@ -36,15 +34,13 @@ Connection::Connection(const std::filesystem::path& path, Mode mode)
   const int opened = sqlite3_open_v2(name.c_str(), &db, open_flags(mode), nullptr);
   try {
     if (opened != SQLITE_OK) {
-      if (db == nullptr)
-        throw_error(opened, sqlite3_errstr(opened));
+      if (db == nullptr) throw_error(opened, sqlite3_errstr(opened));
       throw_error(sqlite3_extended_errcode(db), sqlite3_errmsg(db));
     }
     sqlite3_extended_result_codes(db, 1);
-    sqlite3_busy_timeout(db, BUSY_TIMEOUT_MS);
+    sqlite3_busy_timeout(db, static_cast<int>(BUSY_TIMEOUT.count()));
     sqlite3_db_config(db, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
-    if (mode == Mode::ReadOnly)
-      return;
+    if (mode == Mode::ReadOnly) return;
     for (const std::string_view sql : {"BEGIN", "COMMIT", "ROLLBACK"}) {
       std::unique_ptr<Statement> statement = Statement::prepare(db, sql);
       statement->keep();
@@ -63,8 +59,7 @@ Connection::~Connection() {
 
 Cursor Connection::cursor() {
   const std::lock_guard guard(_state->mutex);
-  if (_state->db == nullptr)
-    throw ProgrammingError("Cannot operate on a closed database.");
+  if (_state->db == nullptr) throw ProgrammingError("Cannot operate on a closed database.");
   return Cursor(_state);
 }
 
@@ -83,14 +78,17 @@ Cursor Connection::executemany(std::string_view sql, const ParamsList& params_li
 void Connection::close() {
   const std::lock_guard guard(_state->mutex);
   const int code = _state->close();
-  if (code != SQLITE_OK)
-    _state->fail(code);
+  if (code != SQLITE_OK) _state->fail(code);
+}
+
+void Connection::set_busy_timeout(std::chrono::milliseconds timeout) noexcept {
+  const std::lock_guard guard(_state->mutex);
+  if (_state->db != nullptr) sqlite3_busy_timeout(_state->db, static_cast<int>(timeout.count()));
 }
 
 void Connection::roll_back() noexcept {
   const std::lock_guard guard(_state->mutex);
-  if (_state->db != nullptr)
-    _state->roll_back();
+  if (_state->db != nullptr) _state->roll_back();
 }
 
 bool Connection::damaged() const noexcept {

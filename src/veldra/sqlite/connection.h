@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -22,7 +23,7 @@ VELDRA_EXPORT std::string plain_file_name(const std::filesystem::path& path);
 /// One open SQLite connection, in autocommit: it never begins a transaction by itself.
 ///
 /// Values come back in their own storage class, a statement that finds the file locked tries again
-/// for `BUSY_TIMEOUT_MS`, and functions that the schema names run only when they are registered as
+/// for `BUSY_TIMEOUT`, and functions that the schema names run only when they are registered as
 /// harmless (https://www.sqlite.org/src/doc/latest/doc/trusted-schema.md).
 ///
 /// Thread safety: any member, from any thread: one mutex per connection is held for each call of
@@ -33,7 +34,7 @@ class VELDRA_EXPORT Connection {
  public:
   enum class Mode { ReadWrite, ReadOnly };
 
-  static constexpr int BUSY_TIMEOUT_MS = 5000;
+  static constexpr std::chrono::milliseconds BUSY_TIMEOUT{5000};
 
   /// Opens `path`, a plain file name. `ReadWrite` creates the file when it is missing and prepares
   /// BEGIN, COMMIT and ROLLBACK ahead, so that ending a transaction needs no memory.
@@ -53,6 +54,9 @@ class VELDRA_EXPORT Connection {
 
   /// True once an I/O error or a corrupt page was met: better not used again.
   bool damaged() const noexcept;
+
+  /// How long a statement waits for a locked file before it throws; `BUSY_TIMEOUT` at first.
+  void set_busy_timeout(std::chrono::milliseconds timeout) noexcept;
 
   /// Runs ROLLBACK without an exception. What it cannot end for want of memory is ended before the
   /// connection's next statement, so that no later write is acknowledged inside it.

@@ -28,8 +28,7 @@ ConnectionState::ConnectionState() = default;
 ConnectionState::~ConnectionState() = default;
 
 std::unique_ptr<Statement> ConnectionState::lend(std::string_view sql) {
-  if (owes_rollback)
-    settle();
+  if (owes_rollback) settle();
   lent.reserve(lent.size() + 1);  // so that noting the loan below cannot fail
   std::unique_ptr<Statement> statement = cache.take(sql);
   if (!statement) {
@@ -40,8 +39,7 @@ std::unique_ptr<Statement> ConnectionState::lend(std::string_view sql) {
       throw;
     }
   }
-  if (statement)
-    lent.push_back(statement.get());
+  if (statement) lent.push_back(statement.get());
   return statement;
 }
 
@@ -49,8 +47,7 @@ void ConnectionState::take_back(std::unique_ptr<Statement> statement) noexcept {
   const auto loan = std::find(lent.rbegin(), lent.rend(), statement.get());
   *loan = lent.back();
   lent.pop_back();
-  if (db != nullptr)
-    cache.park(std::move(statement));
+  if (db != nullptr) cache.park(std::move(statement));
 }
 
 int ConnectionState::roll_back() noexcept {
@@ -66,8 +63,7 @@ int ConnectionState::roll_back() noexcept {
 
 void ConnectionState::settle() {
   const int code = roll_back();
-  if (owes_rollback)
-    fail(code);
+  if (owes_rollback) fail(code);
 }
 
 void ConnectionState::fail(int code) {
@@ -76,14 +72,11 @@ void ConnectionState::fail(int code) {
 }
 
 int ConnectionState::close() noexcept {
-  if (db == nullptr)
-    return SQLITE_OK;
-  for (Statement* statement : lent)
-    statement->finalize();
+  if (db == nullptr) return SQLITE_OK;
+  for (Statement* statement : lent) statement->finalize();
   cache.clear();
   const int code = sqlite3_close(db);  // not _v2: a zombie would keep file, log and locks
-  if (code == SQLITE_OK)
-    db = nullptr;
+  if (code == SQLITE_OK) db = nullptr;
   return code;
 }
 

@@ -28,8 +28,7 @@ int bind(sqlite3_stmt* statement, int position, const Value& value,
     case StorageClass::Blob: {
       const auto blob = value.as_blob();
       // A null address would bind NULL (https://www.sqlite.org/c3ref/bind_blob.html).
-      if (blob.empty())
-        return sqlite3_bind_zeroblob(statement, position, 0);
+      if (blob.empty()) return sqlite3_bind_zeroblob(statement, position, 0);
       return sqlite3_bind_blob64(statement, position, blob.data(), blob.size(), keeping);
     }
     case StorageClass::Null:
@@ -45,8 +44,7 @@ Cursor::Cursor(std::shared_ptr<ConnectionState> state) noexcept : _state(std::mo
 Cursor::Cursor(Cursor&& other) noexcept = default;
 
 Cursor& Cursor::operator=(Cursor&& other) noexcept {
-  if (this == &other)
-    return *this;
+  if (this == &other) return *this;
   close();
   _state = std::move(other._state);
   _closed = other._closed;
@@ -64,8 +62,7 @@ Cursor::~Cursor() {
 
 template <typename Operation>
 auto Cursor::_locked(Operation operation) {
-  if (!_state)
-    throw ProgrammingError("Cannot operate on a cursor that was moved from.");
+  if (!_state) throw ProgrammingError("Cannot operate on a cursor that was moved from.");
   const std::lock_guard guard(_state->mutex);
   _check_open();
   try {
@@ -83,10 +80,8 @@ void Cursor::execute(std::string_view sql, const Params& params) {
 void Cursor::executemany(std::string_view sql, const ParamsList& params_list) {
   _locked([&] {
     _prepare(sql);
-    if (!_statement)
-      return;
-    if (_statement->counts_changes())
-      _rowcount = 0;
+    if (!_statement) return;
+    if (_statement->counts_changes()) _rowcount = 0;
     for (const Params& params : params_list) {
       _bind(params, Lifetime::UntilClosed);
       _run_to_end();
@@ -102,15 +97,12 @@ void Cursor::_execute(std::string_view sql, const Params& params, Lifetime lifet
     if (_statement && _statement->only_reads()) {
       _bind(params, lifetime);
       _on_row = _step();
-      if (!_on_row)
-        _finish();
+      if (!_on_row) _finish();
       return;
     }
-    if (_statement && _statement->counts_changes())
-      _rowcount = 0;
+    if (_statement && _statement->counts_changes()) _rowcount = 0;
     _bind(params, Lifetime::UntilClosed);
-    if (_statement)
-      _run_to_end();
+    if (_statement) _run_to_end();
     _finish();
   });
 }
@@ -122,33 +114,28 @@ std::optional<Row> Cursor::fetchone() {
 std::vector<Row> Cursor::fetchall() {
   return _locked([&] {
     std::vector<Row> rows;
-    while (std::optional<Row> row = _next())
-      rows.push_back(*std::move(row));
+    while (std::optional<Row> row = _next()) rows.push_back(*std::move(row));
     return rows;
   });
 }
 
 std::int64_t Cursor::rowcount() const {
-  if (!_state)
-    throw ProgrammingError("Cannot operate on a cursor that was moved from.");
+  if (!_state) throw ProgrammingError("Cannot operate on a cursor that was moved from.");
   const std::lock_guard guard(_state->mutex);
   _check_open();
   return _rowcount;
 }
 
 void Cursor::close() noexcept {
-  if (!_state)
-    return;
+  if (!_state) return;
   const std::lock_guard guard(_state->mutex);
   _closed = true;
   _abandon();
 }
 
 void Cursor::_check_open() const {
-  if (_state->db == nullptr)
-    throw ProgrammingError("Cannot operate on a closed database.");
-  if (_closed)
-    throw ProgrammingError("Cannot operate on a closed cursor.");
+  if (_state->db == nullptr) throw ProgrammingError("Cannot operate on a closed database.");
+  if (_closed) throw ProgrammingError("Cannot operate on a closed cursor.");
 }
 
 void Cursor::_prepare(std::string_view sql) {
@@ -166,32 +153,25 @@ void Cursor::_bind(const Params& params, Lifetime lifetime) {
   int position = 0;
   for (const Value& value : params) {
     const int code = bind(_statement->get(), ++position, value, keeping);
-    if (code != SQLITE_OK)
-      _state->fail(code);
+    if (code != SQLITE_OK) _state->fail(code);
   }
 }
 
 bool Cursor::_step() {
   const int code = sqlite3_step(_statement->get());
-  if (code == SQLITE_ROW)
-    return true;
-  if (code != SQLITE_DONE)
-    _state->fail(code);
+  if (code == SQLITE_ROW) return true;
+  if (code != SQLITE_DONE) _state->fail(code);
   return false;
 }
 
 void Cursor::_run_to_end() {
-  while (_step())
-    _rows.push_back(Row(_statement->get(), _statement->column_names()));
-  if (_statement->counts_changes())
-    _rowcount += sqlite3_changes64(_state->db);
+  while (_step()) _rows.push_back(Row(_statement->get(), _statement->column_names()));
+  if (_statement->counts_changes()) _rowcount += sqlite3_changes64(_state->db);
 }
 
 std::optional<Row> Cursor::_next() {
-  if (_next_row < _rows.size())
-    return std::move(_rows[_next_row++]);
-  if (!_statement)
-    return std::nullopt;
+  if (_next_row < _rows.size()) return std::move(_rows[_next_row++]);
+  if (!_statement) return std::nullopt;
   if (!_on_row && !_step()) {
     _finish();
     return std::nullopt;
@@ -202,8 +182,7 @@ std::optional<Row> Cursor::_next() {
 
 void Cursor::_finish() noexcept {
   _on_row = false;
-  if (_statement)
-    _state->take_back(std::move(_statement));
+  if (_statement) _state->take_back(std::move(_statement));
 }
 
 void Cursor::_abandon() noexcept {

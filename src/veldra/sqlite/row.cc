@@ -117,8 +117,7 @@ Row::Row(sqlite3_stmt* statement, const std::shared_ptr<const ColumnNames>& name
   std::size_t size = Block::head_size(count);
   for (std::size_t i = 0; i < count; ++i) {
     columns[i] = read_column(sqlite3_column_value(statement, static_cast<int>(i)));
-    if (columns[i].data == nullptr)
-      continue;
+    if (columns[i].data == nullptr) continue;
     columns[i].cell.bytes.offset = static_cast<std::uint32_t>(size);
     size += columns[i].cell.bytes.length;
     if (size > std::numeric_limits<std::uint32_t>::max()) {
@@ -130,24 +129,21 @@ Row::Row(sqlite3_stmt* statement, const std::shared_ptr<const ColumnNames>& name
   for (std::size_t i = 0; i < count; ++i) {
     _block->cells()[i] = columns[i].cell;
     _block->types()[i] = columns[i].type;
-    if (columns[i].data == nullptr)
-      continue;
+    if (columns[i].data == nullptr) continue;
     const Bytes bytes = columns[i].cell.bytes;
     std::memcpy(_block->base() + bytes.offset, columns[i].data, bytes.length);
   }
 }
 
 Row::Row(const Row& other) {
-  if (!other._block)
-    return;
+  if (!other._block) return;
   _block.reset(new (::operator new(other._block->size)) Block(*other._block));
   std::memcpy(_block->base() + sizeof(Block), other._block->base() + sizeof(Block),
               other._block->size - sizeof(Block));
 }
 
 Row& Row::operator=(const Row& other) {
-  if (this != &other)
-    *this = Row(other);
+  if (this != &other) *this = Row(other);
   return *this;
 }
 
@@ -183,8 +179,7 @@ ValueView Row::operator[](std::size_t position) const {
 
 ValueView Row::operator[](std::string_view name) const {
   for (std::size_t i = 0; i < size(); ++i) {
-    if (equal_ignoring_case((*_block->names)[i], name))
-      return (*this)[i];
+    if (equal_ignoring_case((*_block->names)[i], name)) return (*this)[i];
   }
   throw std::out_of_range("no column named '" + std::string(name) + "'");
 }

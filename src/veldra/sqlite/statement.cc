@@ -8,9 +8,13 @@
 #include <limits>
 
 #include "veldra/errors.h"
+#include "veldra/utils/ascii.h"
 
 namespace veldra {
 namespace {
+
+/// Every process asks for it before it trusts its caches; it is carried out when it is stepped.
+constexpr std::string_view POLLED_PRAGMA = "PRAGMA user_version";
 
 bool is_word(std::string_view sql, std::string_view upper_case_word) {
   return sql.size() >= upper_case_word.size() &&
@@ -49,14 +53,12 @@ std::unique_ptr<Statement> Statement::prepare(sqlite3* db, std::string_view sql)
   }
   if (sql.size() > std::numeric_limits<int>::max())
     throw_error(SQLITE_TOOBIG, "the SQL text is too long");
-  if (skip_blank_sql(sql).empty())
-    return nullptr;
+  if (skip_blank_sql(sql).empty()) return nullptr;
   sqlite3_stmt* raw = nullptr;
   const char* tail = nullptr;
   const int code = sqlite3_prepare_v3(db, sql.data(), static_cast<int>(sql.size()),
                                       SQLITE_PREPARE_PERSISTENT, &raw, &tail);
-  if (code != SQLITE_OK)
-    throw_error(code, sqlite3_errmsg(db));
+  if (code != SQLITE_OK) throw_error(code, sqlite3_errmsg(db));
   struct FinalizeOnError {
     sqlite3_stmt* statement;
     ~FinalizeOnError() { sqlite3_finalize(statement); }
@@ -75,7 +77,9 @@ Statement::Statement(sqlite3_stmt* statement, std::string_view sql)
       _sql(sql),
       _parameters(sqlite3_bind_parameter_count(statement)),
       _only_reads(sqlite3_stmt_readonly(statement) != 0),
-      _counts_changes(!_only_reads && begins_with_change(skip_blank_sql(sql))) {}
+      _counts_changes(!_only_reads && begins_with_change(skip_blank_sql(sql))),
+      _reusable(!is_word(skip_blank_sql(sql), "PRAGMA") ||
+                equal_ignoring_case(sql, POLLED_PRAGMA)) {}
 
 Statement::~Statement() {
   finalize();
@@ -83,15 +87,13 @@ Statement::~Statement() {
 
 const std::shared_ptr<const ColumnNames>& Statement::column_names() {
   const int preparation = sqlite3_stmt_status(_statement, SQLITE_STMTSTATUS_REPREPARE, 0);
-  if (preparation == _names_of_preparation)
-    return _names;
+  if (preparation == _names_of_preparation) return _names;
   auto names = std::make_shared<ColumnNames>();
   const int count = sqlite3_column_count(_statement);
   names->reserve(static_cast<std::size_t>(count));
   for (int i = 0; i < count; ++i) {
     const char* const name = sqlite3_column_name(_statement, i);
-    if (name == nullptr)
-      throw_error(SQLITE_NOMEM, "out of memory");
+    if (name == nullptr) throw_error(SQLITE_NOMEM, "out of memory");
     names->emplace_back(name);
   }
   _names = std::move(names);
@@ -101,8 +103,7 @@ const std::shared_ptr<const ColumnNames>& Statement::column_names() {
 
 void Statement::reset() noexcept {
   sqlite3_reset(_statement);
-  if (_parameters > 0)
-    sqlite3_clear_bindings(_statement);
+  if (_parameters > 0) sqlite3_clear_bindings(_statement);
 }
 
 void Statement::finalize() noexcept {
@@ -116,8 +117,7 @@ StatementCache::StatementCache() {
 
 std::unique_ptr<Statement> StatementCache::take(std::string_view sql) noexcept {
   for (auto parked = _parked.rbegin(); parked != _parked.rend(); ++parked) {
-    if (parked->length != sql.size() || parked->statement->sql() != sql)
-      continue;
+    if (parked->length != sql.size() || parked->statement->sql() != sql) continue;
     std::unique_ptr<Statement> statement = std::move(parked->statement);
     _parked.erase(std::next(parked).base());
     return statement;
@@ -126,15 +126,14 @@ std::unique_ptr<Statement> StatementCache::take(std::string_view sql) noexcept {
 }
 
 void StatementCache::park(std::unique_ptr<Statement> statement) noexcept {
+  if (!statement->reusable()) return;
   statement->reset();
   const std::size_t length = statement->sql().size();
   _parked.push_back({length, std::move(statement)});
-  if (_parked.size() <= CAPACITY)
-    return;
+  if (_parked.size() <= CAPACITY) return;
   const auto oldest =
       std::ranges::find_if(_parked, [](const Parked& parked) { return !parked.statement->kept(); });
-  if (oldest != _parked.end())
-    _parked.erase(oldest);
+  if (oldest != _parked.end()) _parked.erase(oldest);
 }
 
 }  // namespace veldra

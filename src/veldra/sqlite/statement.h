@@ -39,6 +39,10 @@ class Statement {
   /// the schema has changed, and its columns may then be others.
   const std::shared_ptr<const ColumnNames>& column_names();
 
+  /// False for the pragmas that SQLite carries out while it prepares them: run a second time they
+  /// would do nothing (https://www.sqlite.org/pragma.html#pragma_compilation).
+  bool reusable() const noexcept { return _reusable; }
+
   /// Kept for as long as the connection is open, beside the cache's bound.
   bool kept() const noexcept { return _kept; }
   void keep() noexcept { _kept = true; }
@@ -57,6 +61,7 @@ class Statement {
   int _parameters;
   bool _only_reads;
   bool _counts_changes;
+  bool _reusable;
   bool _kept = false;
   std::shared_ptr<const ColumnNames> _names;
   int _names_of_preparation = -1;  // how often SQLite had prepared it again when `_names` were read
@@ -74,7 +79,7 @@ class StatementCache {
   /// none.
   std::unique_ptr<Statement> take(std::string_view sql) noexcept;
 
-  /// Keeps a statement for its next use; it is reset first.
+  /// Keeps a statement for its next use, reset; one that is not reusable ends here.
   void park(std::unique_ptr<Statement> statement) noexcept;
 
   void clear() noexcept { _parked.clear(); }

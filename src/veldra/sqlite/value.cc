@@ -19,8 +19,7 @@ namespace {
 }  // namespace
 
 Value::Value(const char* text) {
-  if (text != nullptr)
-    _data = std::string(text);
+  if (text != nullptr) _data = std::string(text);
 }
 
 void Value::_refuse_out_of_range() {
@@ -29,54 +28,44 @@ void Value::_refuse_out_of_range() {
 }
 
 std::int64_t Value::as_integer() const {
-  if (const auto* value = std::get_if<std::int64_t>(&_data))
-    return *value;
+  if (const auto* value = std::get_if<std::int64_t>(&_data)) return *value;
   refuse(type(), "an integer");
 }
 
 double Value::as_real() const {
-  if (const auto* value = std::get_if<double>(&_data))
-    return *value;
-  if (const auto* value = std::get_if<std::int64_t>(&_data))
-    return static_cast<double>(*value);
+  if (const auto* value = std::get_if<double>(&_data)) return *value;
+  if (const auto* value = std::get_if<std::int64_t>(&_data)) return static_cast<double>(*value);
   refuse(type(), "a number");
 }
 
 std::string_view Value::as_text() const {
-  if (const auto* value = std::get_if<std::string>(&_data))
-    return *value;
+  if (const auto* value = std::get_if<std::string>(&_data)) return *value;
   refuse(type(), "text");
 }
 
 std::span<const std::byte> Value::as_blob() const {
-  if (const auto* value = std::get_if<Blob>(&_data))
-    return *value;
+  if (const auto* value = std::get_if<Blob>(&_data)) return *value;
   refuse(type(), "a blob");
 }
 
 std::int64_t ValueView::as_integer() const {
-  if (_type == StorageClass::Integer)
-    return _integer;
+  if (_type == StorageClass::Integer) return _integer;
   refuse(_type, "an integer");
 }
 
 double ValueView::as_real() const {
-  if (_type == StorageClass::Real)
-    return _real;
-  if (_type == StorageClass::Integer)
-    return static_cast<double>(_integer);
+  if (_type == StorageClass::Real) return _real;
+  if (_type == StorageClass::Integer) return static_cast<double>(_integer);
   refuse(_type, "a number");
 }
 
 std::string_view ValueView::as_text() const {
-  if (_type == StorageClass::Text)
-    return _bytes;
+  if (_type == StorageClass::Text) return _bytes;
   refuse(_type, "text");
 }
 
 std::span<const std::byte> ValueView::as_blob() const {
-  if (_type == StorageClass::Blob)
-    return std::as_bytes(std::span(_bytes));
+  if (_type == StorageClass::Blob) return std::as_bytes(std::span(_bytes));
   refuse(_type, "a blob");
 }
 

@@ -48,8 +48,7 @@ class VELDRA_EXPORT Value {
 
   template <typename T>
   Value(const std::optional<T>& value) {  // NOLINT(google-explicit-constructor)
-    if (value)
-      *this = Value(*value);
+    if (value) *this = Value(*value);
   }
 
   StorageClass type() const noexcept { return static_cast<StorageClass>(_data.index()); }
@@ -64,8 +63,7 @@ class VELDRA_EXPORT Value {
  private:
   template <std::integral T>
   static std::int64_t _to_integer(T value) {
-    if (!std::in_range<std::int64_t>(static_cast<_Widest<T>>(value)))
-      _refuse_out_of_range();
+    if (!std::in_range<std::int64_t>(static_cast<_Widest<T>>(value))) _refuse_out_of_range();
     return static_cast<std::int64_t>(value);
   }
   // std::in_range takes neither bool nor character types.

@@ -256,7 +256,7 @@ class VELDRA_EXPORT Database {
   void _bump_index_generation(Cursor* cursor = nullptr);
 
   // Contents. Caller holds _lock.
-  RowCounts _replace_contents();
+  RowCounts _replace_contents(Connection& writer);
 
   // Space. Caller holds the lock of `connection`'s database.
   static _Space _space(Connection& connection);

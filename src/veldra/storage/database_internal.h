@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <optional>
@@ -22,6 +23,9 @@ inline constexpr std::int64_t _MIB = 1048576;
 inline constexpr const char* _READERS_ENV = "VELDRA_DB_READERS";
 inline constexpr int _DEFAULT_READERS = 6;
 inline constexpr int _MAX_READERS = 32;
+
+/// The directory that holds `db_path`: "." for a bare file name.
+std::filesystem::path _directory_of(const std::filesystem::path& db_path);
 
 // Queries  (database/queries.cc) -----------------------------------------------------------------
 
@@ -54,8 +58,7 @@ auto Database::_query(std::string_view sql, const Params& params, Fetch&& fetch)
     } catch (const ReaderUnavailable&) {
       // The writer connection serves it, below.
     } catch (const OperationalError& error) {
-      if (!_reader_cannot_serve(error))
-        throw;
+      if (!_reader_cannot_serve(error)) throw;
     }
   }
   const std::lock_guard guard(_lock);
@@ -102,10 +105,13 @@ std::optional<std::string> _disk_shortfall(const std::filesystem::path& db_dir,
 /// case that needs the most room on it.
 bool _same_volume(const std::filesystem::path& first, const std::filesystem::path& second);
 
-/// The directory that holds `db_path`: "." for a bare file name.
-std::filesystem::path _directory_of(const std::filesystem::path& db_path);
-
 /// True when the calling thread is running the host's event loop.
 bool _on_event_loop();
+
+// Compaction  (database/compaction.cc) -----------------------------------------------------------
+
+/// "12 free pages released (3 -> 2 MiB) in 0.1s", sizes given in bytes.
+std::string _describe_shrinking(std::int64_t pages_released, std::int64_t size_before,
+                                std::int64_t size_after, std::chrono::duration<double> took);
 
 }  // namespace veldra

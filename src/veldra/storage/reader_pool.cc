@@ -11,8 +11,7 @@ ReaderPool::Lease::Lease(ReaderPool& pool, std::unique_ptr<Connection> connectio
     : _pool(&pool), _connection(std::move(connection)) {}
 
 ReaderPool::Lease::~Lease() {
-  if (_connection)
-    _pool->_give_back(std::move(_connection));
+  if (_connection) _pool->_give_back(std::move(_connection));
 }
 
 ReaderPool::ReaderPool(std::filesystem::path path, int count, Configure configure)
@@ -28,8 +27,7 @@ ReaderPool::Lease ReaderPool::lease(std::chrono::milliseconds patience) {
   if (!available() && !_changed.wait_for(lock, patience, available)) {
     throw ReaderUnavailable("every read connection is lent");
   }
-  if (_closed)
-    throw ReaderUnavailable("the reader pool is closed");
+  if (_closed) throw ReaderUnavailable("the reader pool is closed");
   ++_lent;
   if (_idle.empty()) {
     lock.unlock();
@@ -49,15 +47,13 @@ void ReaderPool::close() {
     _changed.wait(lock, [&] { return _lent == 0; });
     idle.swap(_idle);
   }
-  for (const std::unique_ptr<Connection>& connection : idle)
-    connection->close();
+  for (const std::unique_ptr<Connection>& connection : idle) connection->close();
 }
 
 std::unique_ptr<Connection> ReaderPool::_open() {
   try {
     auto connection = std::make_unique<Connection>(_path, Connection::Mode::ReadOnly);
-    if (_configure)
-      _configure(*connection);
+    if (_configure) _configure(*connection);
     return connection;
   } catch (...) {
     _loan_ended();

@@ -36,8 +36,7 @@ bool FairMutex::try_lock() {
     return true;
   }
   const std::lock_guard state(_state);
-  if (_owner.load(std::memory_order_relaxed) != std::thread::id())
-    return false;
+  if (_owner.load(std::memory_order_relaxed) != std::thread::id()) return false;
   _owner.store(std::this_thread::get_id(), std::memory_order_relaxed);
   _depth = 1;
   return true;
@@ -57,8 +56,7 @@ void FairMutex::unlock() {
     return;
   }
   _first = next->next;
-  if (_first == nullptr)
-    _last = nullptr;
+  if (_first == nullptr) _last = nullptr;
   _owner.store(next->thread, std::memory_order_relaxed);  // `_depth` stays 1, the new owner's
   next->owns = true;
   next->granted.notify_one();  // under `_state`: the waiter's condition dies as soon as it runs on

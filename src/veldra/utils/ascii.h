@@ -24,8 +24,7 @@ inline char lower_case(char letter) {
 
 inline std::string lower_case(std::string_view text) {
   std::string lower(text);
-  for (char& letter : lower)
-    letter = lower_case(letter);
+  for (char& letter : lower) letter = lower_case(letter);
   return lower;
 }
 

@@ -27,8 +27,7 @@ std::optional<std::string> digits_of(std::string_view text) {
       return std::nullopt;
     }
   }
-  if (!after_digit)
-    return std::nullopt;  // nothing at all, or a trailing separator
+  if (!after_digit) return std::nullopt;  // nothing at all, or a trailing separator
   digits.erase(0, std::min(digits.find_first_not_of('0'), digits.size() - 1));
   return digits;
 }
@@ -39,15 +38,11 @@ int reader_count() {
   const char* const set = std::getenv(_READERS_ENV);
   std::string_view text = trim(set != nullptr ? set : "");
   const bool negative = text.starts_with('-');
-  if (negative || text.starts_with('+'))
-    text.remove_prefix(1);
+  if (negative || text.starts_with('+')) text.remove_prefix(1);
   const std::optional<std::string> digits = digits_of(text);
-  if (!digits)
-    return _DEFAULT_READERS;
-  if (negative)
-    return 0;
-  if (digits->size() > 2)
-    return _MAX_READERS;
+  if (!digits) return _DEFAULT_READERS;
+  if (negative) return 0;
+  if (digits->size() > 2) return _MAX_READERS;
   return std::min(std::stoi(*digits), _MAX_READERS);
 }
 
@@ -58,8 +53,7 @@ Database::~Database() = default;
 void Database::connect() {
   std::error_code code;
   std::filesystem::create_directories(_directory_of(db_path), code);
-  if (code)
-    throw_os_error(code, "cannot create the directory", _directory_of(db_path));
+  if (code) throw_os_error(code, "cannot create the directory", _directory_of(db_path));
   _closed = false;
 
   const auto writer = std::make_shared<Connection>(db_path);
@@ -78,29 +72,29 @@ void Database::connect() {
 std::shared_ptr<ReaderPool> Database::_open_readers(std::string_view journal_mode) {
   const int count = reader_count();
   // Only in WAL mode do readers not wait for a write; a database in memory cannot be opened twice.
-  if (count == 0 || journal_mode != "wal")
-    return nullptr;
+  if (count == 0 || journal_mode != "wal") return nullptr;
   return std::make_shared<ReaderPool>(db_path, count, register_path_functions);
 }
 
 void Database::close() {
   // Without the lock, so that writers need not wait for the queries that are running.
-  if (const std::shared_ptr<ReaderPool> readers = _readers.load())
-    readers->close();
+  if (const std::shared_ptr<ReaderPool> readers = _readers.load()) readers->close();
   const std::lock_guard guard(_lock);
   const std::shared_ptr<Connection> writer = _connection.load();
-  if (!writer)
-    return;
+  if (!writer) return;
   writer->close();
   _connection.store(nullptr);
   _closed = true;
 }
 
 std::shared_ptr<Connection> Database::connection() const {
-  if (std::shared_ptr<Connection> writer = _connection.load())
-    return writer;
+  if (std::shared_ptr<Connection> writer = _connection.load()) return writer;
   throw RuntimeError(_closed ? "Database is closed."
                              : "Database not connected. Call connect() first.");
+}
+
+std::filesystem::path _directory_of(const std::filesystem::path& db_path) {
+  return db_path.has_parent_path() ? db_path.parent_path() : ".";
 }
 
 }  // namespace veldra

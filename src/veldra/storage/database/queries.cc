@@ -17,12 +17,9 @@ std::vector<Row> Database::fetchall(std::string_view sql, const Params& params) 
 
 std::shared_ptr<ReaderPool> Database::_readers_for(std::string_view sql) const {
   std::shared_ptr<ReaderPool> readers = _readers.load();
-  if (!readers)
-    return nullptr;
-  if (_tx_owner == std::this_thread::get_id())
-    return nullptr;  // it has to see its own writes
-  if (!_is_read_statement(sql))
-    return nullptr;
+  if (!readers) return nullptr;
+  if (_tx_owner == std::this_thread::get_id()) return nullptr;  // it has to see its own writes
+  if (!_is_read_statement(sql)) return nullptr;
   return readers;
 }
 
@@ -37,16 +34,14 @@ bool _is_read_statement(std::string_view sql) {
       equal_ignoring_case(head.substr(0, 4), "WITH"))
     return true;
   std::string_view whole = trim(sql);
-  while (whole.ends_with(';'))
-    whole.remove_suffix(1);
+  while (whole.ends_with(';')) whole.remove_suffix(1);
   return equal_ignoring_case(trim(whole), "PRAGMA USER_VERSION");  // every process polls it
 }
 
 bool _reader_cannot_serve(const OperationalError& error) {
   const std::string message = lower_case(error.what());
   for (const std::string_view phrase : _READER_CANNOT_SERVE) {
-    if (message.find(phrase) != std::string::npos)
-      return true;
+    if (message.find(phrase) != std::string::npos) return true;
   }
   return false;
 }

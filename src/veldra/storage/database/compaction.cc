@@ -1,0 +1,140 @@
+// Giving free pages back to the file system, step by step, without stopping anyone.
+#include <cassert>
+#include <chrono>
+#include <iomanip>
+#include <sstream>
+#include <utility>
+
+#include "veldra/platform/disk.h"
+#include "veldra/storage/database.h"
+#include "veldra/storage/database_internal.h"
+
+namespace veldra {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// A checkpoint that waits for readers keeps every writer out meanwhile, so it waits this long at
+/// most (https://www.sqlite.org/pragma.html#pragma_wal_checkpoint).
+constexpr std::chrono::milliseconds CHECKPOINT_PATIENCE{100};
+
+std::int64_t free_pages(Connection& connection) {
+  return (*connection.execute("PRAGMA freelist_count").fetchone())[0].as_integer();
+}
+
+}  // namespace
+
+Compaction Database::compact() {
+  try {
+    return _compact();
+  } catch (const Error& error) {
+    return _skip_compaction("failed", std::string("failed: ") + error.what(), LogLevel::Warning,
+                            true);
+  } catch (const OSError& error) {
+    return _skip_compaction("failed", std::string("failed: ") + error.what(), LogLevel::Warning,
+                            true);
+  }
+}
+
+Compaction Database::_compact() {
+  if (_on_event_loop())
+    return _skip_compaction("loop", "called on the event loop: a pool thread compacts");
+  _Space space{};
+  {
+    const std::lock_guard guard(_lock);
+    const std::shared_ptr<Connection> writer = _connection.load();
+    if (!writer) return _skip_compaction("closed", "the database is closed");
+    if (_tx_depth > 0) return _skip_compaction("transaction", "called inside a transaction");
+    space = _space(*writer);
+  }
+  const double share = static_cast<double>(space.pages) * COMPACT_MIN_FREE_RATIO;
+  if (space.free < COMPACT_MIN_FREE_PAGES || static_cast<double>(space.free) < share) return {};
+  if (space.mode == _AUTO_VACUUM_NONE) return _convert_to_incremental(space);
+
+  const Clock::time_point started = Clock::now();
+  const std::int64_t size_before = disk().file_size(db_path);
+  const std::int64_t released = _release_free_pages();
+  {
+    const std::lock_guard guard(_lock);
+    if (const std::shared_ptr<Connection> writer = _connection.load()) _shrink_file(*writer);
+  }
+  log_line(LogUnit::Database, LogLevel::Info,
+           "Compacted " + db_path.string() + ": " +
+               _describe_shrinking(released, size_before, disk().file_size(db_path),
+                                   Clock::now() - started));
+  return {.converted = false, .pages_released = released, .skipped = {}};
+}
+
+std::int64_t Database::_release_free_pages() {
+  const std::string step = "PRAGMA incremental_vacuum(" + std::to_string(COMPACT_STEP_PAGES) + ")";
+  std::int64_t released = 0;
+  while (true) {
+    // Free between two steps: the lock then goes to the writer that has waited longest, and every
+    // step finds the file as that writer left it.
+    const std::lock_guard guard(_lock);
+    const std::shared_ptr<Connection> writer = _connection.load();
+    if (!writer) return released;
+    const std::int64_t free = free_pages(*writer);
+    if (free == 0) return released;
+    writer->execute(step);
+    const std::int64_t remaining = free_pages(*writer);
+    if (remaining >= free) return released;
+    released += free - remaining;
+  }
+}
+
+void Database::_shrink_file(Connection& connection) {
+  assert(_lock.held_by_this_thread());
+  struct ShortPatience {
+    Connection& connection;
+    explicit ShortPatience(Connection& on) : connection(on) {
+      connection.set_busy_timeout(CHECKPOINT_PATIENCE);
+    }
+    ShortPatience(const ShortPatience&) = delete;
+    ShortPatience& operator=(const ShortPatience&) = delete;
+    ~ShortPatience() { connection.set_busy_timeout(Connection::BUSY_TIMEOUT); }
+  } const short_patience(connection);
+  const std::optional<Row> row = connection.execute("PRAGMA wal_checkpoint(TRUNCATE)").fetchone();
+  const bool busy = row && (*row)[0].as_integer() != 0;
+  if (!busy) return;
+  log_line(
+      LogUnit::Database, LogLevel::Info,
+      "Compaction of " + db_path.string() +
+          ": a reader still uses an older snapshot, so the file shrinks at a later checkpoint");
+}
+
+Compaction Database::_skip_compaction(std::string_view kind, std::string_view reason) {
+  return _skip_compaction(kind, reason, LogLevel::Info, false);
+}
+
+Compaction Database::_skip_compaction(std::string_view kind, std::string_view reason,
+                                      LogLevel level, bool exc_info) {
+  bool first = false;
+  {
+    const std::lock_guard guard(_compaction_noted_mutex);
+    first = _compaction_noted.emplace(kind).second;
+  }
+  if (!first) level = LogLevel::Debug;
+  const std::string line = "Compaction of " + db_path.string() + " skipped: " + std::string(reason);
+  if (exc_info) {
+    try {
+      throw;  // the error that the caller is handling
+    } catch (const std::exception& error) {
+      log_line(LogUnit::Database, level, line, error, "compacting " + db_path.string());
+    }
+  } else {
+    log_line(LogUnit::Database, level, line);
+  }
+  return {.converted = false, .pages_released = 0, .skipped = std::string(reason)};
+}
+
+std::string _describe_shrinking(std::int64_t pages_released, std::int64_t size_before,
+                                std::int64_t size_after, std::chrono::duration<double> took) {
+  std::ostringstream text;
+  text << pages_released << " free pages released (" << size_before / _MIB << " -> "
+       << size_after / _MIB << " MiB) in " << std::fixed << std::setprecision(1) << took.count()
+       << 's';
+  return text.str();
+}
+
+}  // namespace veldra
