@@ -1,0 +1,29 @@
+#pragma once
+
+#include <memory>
+#include <string_view>
+#include <thread>
+
+#include "veldra/storage/database.h"
+#include "veldra/storage/database_internal.h"
+
+namespace veldra {
+
+/// The private state of a `Database`, under the members' own names: to observe, rarely to set.
+struct DatabaseTestAccess {
+  static int tx_depth(const Database& db) { return db._tx_depth; }
+  static std::thread::id tx_owner(const Database& db) { return db._tx_owner; }
+  static std::shared_ptr<ReaderPool> readers(const Database& db) { return db._readers.load(); }
+  static FairMutex& lock(Database& db) { return db._lock; }
+  static std::atomic<bool>& conversion_failed(Database& db) { return db._conversion_failed; }
+  static auto& compaction_noted(Database& db) { return db._compaction_noted; }
+
+  static _Space space(Connection& connection) { return Database::_space(connection); }
+  static std::int64_t count(Database& db, std::string_view sql) { return db._count(sql); }
+  static void bump_index_generation(Database& db, Cursor* cursor = nullptr) {
+    db._bump_index_generation(cursor);
+  }
+  static void rewrite_pages(Database& db) { db._rewrite_pages(); }
+};
+
+}  // namespace veldra
