@@ -158,7 +158,7 @@ void Cursor::_bind(const Params& params, Lifetime lifetime) {
 }
 
 bool Cursor::_step() {
-  const int code = sqlite3_step(_statement->get());
+  const int code = _statement->step();
   if (code == SQLITE_ROW) return true;
   if (code != SQLITE_DONE) _state->fail(code);
   return false;

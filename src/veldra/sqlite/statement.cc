@@ -28,6 +28,28 @@ bool begins_with_change(std::string_view sql) {
   return std::ranges::any_of(WORDS, [&](std::string_view word) { return is_word(sql, word); });
 }
 
+/// Trusts the schema for a scope. Connections do not, but SQLite before 3.42 does not count
+/// full-text tables as harmless, and so refuses the statements whose trigger writes to one.
+class TrustedSchema {
+ public:
+  explicit TrustedSchema(sqlite3* db) : _db(db) { _set(1); }
+  TrustedSchema(const TrustedSchema&) = delete;
+  TrustedSchema& operator=(const TrustedSchema&) = delete;
+  ~TrustedSchema() { _set(0); }
+
+ private:
+  void _set(int trusted) {
+    sqlite3_db_config(_db, SQLITE_DBCONFIG_TRUSTED_SCHEMA, trusted, nullptr);
+  }
+
+  sqlite3* _db;
+};
+
+bool is_refused_table(sqlite3* db, int code) {
+  return code == SQLITE_ERROR &&
+         std::string_view(sqlite3_errmsg(db)).starts_with("unsafe use of virtual table");
+}
+
 }  // namespace
 
 std::string_view skip_blank_sql(std::string_view sql) noexcept {
@@ -56,8 +78,17 @@ std::unique_ptr<Statement> Statement::prepare(sqlite3* db, std::string_view sql)
   if (skip_blank_sql(sql).empty()) return nullptr;
   sqlite3_stmt* raw = nullptr;
   const char* tail = nullptr;
-  const int code = sqlite3_prepare_v3(db, sql.data(), static_cast<int>(sql.size()),
-                                      SQLITE_PREPARE_PERSISTENT, &raw, &tail);
+  const auto compile = [&] {
+    return sqlite3_prepare_v3(db, sql.data(), static_cast<int>(sql.size()),
+                              SQLITE_PREPARE_PERSISTENT, &raw, &tail);
+  };
+  int code = compile();
+  bool trusts_schema = false;
+  if (is_refused_table(db, code)) {
+    const TrustedSchema trusted(db);
+    trusts_schema = true;
+    code = compile();
+  }
   if (code != SQLITE_OK) throw_error(code, sqlite3_errmsg(db));
   struct FinalizeOnError {
     sqlite3_stmt* statement;
@@ -67,22 +98,34 @@ std::unique_ptr<Statement> Statement::prepare(sqlite3* db, std::string_view sql)
   if (!skip_blank_sql(sql.substr(used)).empty()) {
     throw ProgrammingError("the SQL text holds more than one statement: run them one by one");
   }
-  std::unique_ptr<Statement> statement(new Statement(raw, sql));
+  std::unique_ptr<Statement> statement(new Statement(raw, sql, trusts_schema));
   on_error.statement = nullptr;
   return statement;
 }
 
-Statement::Statement(sqlite3_stmt* statement, std::string_view sql)
+Statement::Statement(sqlite3_stmt* statement, std::string_view sql, bool trusts_schema)
     : _statement(statement),
       _sql(sql),
       _parameters(sqlite3_bind_parameter_count(statement)),
       _only_reads(sqlite3_stmt_readonly(statement) != 0),
       _counts_changes(!_only_reads && begins_with_change(skip_blank_sql(sql))),
-      _reusable(!is_word(skip_blank_sql(sql), "PRAGMA") ||
-                equal_ignoring_case(sql, POLLED_PRAGMA)) {}
+      _reusable(!is_word(skip_blank_sql(sql), "PRAGMA") || equal_ignoring_case(sql, POLLED_PRAGMA)),
+      _trusts_schema(trusts_schema) {}
 
 Statement::~Statement() {
   finalize();
+}
+
+int Statement::step() noexcept {
+  // SQLite prepares it again by itself, in here, when the schema has changed.
+  if (!_trusts_schema) {
+    const int code = sqlite3_step(_statement);
+    if (!is_refused_table(sqlite3_db_handle(_statement), code)) return code;
+    sqlite3_reset(_statement);
+    _trusts_schema = true;
+  }
+  const TrustedSchema trusted(sqlite3_db_handle(_statement));
+  return sqlite3_step(_statement);
 }
 
 const std::shared_ptr<const ColumnNames>& Statement::column_names() {

@@ -73,10 +73,6 @@ bool _same_volume(const std::filesystem::path& first, const std::filesystem::pat
   }
 }
 
-std::filesystem::path _directory_of(const std::filesystem::path& db_path) {
-  return as_directory(db_path.parent_path());
-}
-
 bool _on_event_loop() {
   return event_loop_runs_here();
 }
