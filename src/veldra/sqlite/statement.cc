@@ -75,7 +75,7 @@ std::unique_ptr<Statement> Statement::prepare(sqlite3* db, std::string_view sql)
   }
   if (sql.size() > std::numeric_limits<int>::max())
     throw_error(SQLITE_TOOBIG, "the SQL text is too long");
-  if (skip_blank_sql(sql).empty()) return nullptr;
+  if (sql.empty()) return nullptr;  // it may have no address
   sqlite3_stmt* raw = nullptr;
   const char* tail = nullptr;
   const auto compile = [&] {
@@ -90,6 +90,7 @@ std::unique_ptr<Statement> Statement::prepare(sqlite3* db, std::string_view sql)
     code = compile();
   }
   if (code != SQLITE_OK) throw_error(code, sqlite3_errmsg(db));
+  if (raw == nullptr) return nullptr;  // nothing but what SQLite skips
   struct FinalizeOnError {
     sqlite3_stmt* statement;
     ~FinalizeOnError() { sqlite3_finalize(statement); }
