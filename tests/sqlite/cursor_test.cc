@@ -1,0 +1,263 @@
+// A cursor runs one statement, counts what it changed and reads its rows when they are asked for.
+#include "veldra/sqlite/cursor.h"
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <future>
+#include <tuple>
+
+#include "support/temp_database.h"
+#include "veldra/errors.h"
+#include "veldra/sqlite/connection.h"
+#include "veldra/sqlite/statement.h"
+
+namespace veldra {
+namespace {
+
+using namespace std::chrono_literals;
+using namespace std::string_literals;
+
+/// A connection to a file with a table of the rows (1, 'a'), (2, 'b'), (4, 'd').
+class CursorTest : public ::testing::Test {
+ protected:
+  CursorTest() {
+    connection.execute("PRAGMA journal_mode=WAL");
+    connection.execute("CREATE TABLE t (id INTEGER PRIMARY KEY, name TEXT UNIQUE)");
+    connection.execute("INSERT INTO t VALUES (1, 'a'), (2, 'b'), (4, 'd')");
+    other.set_busy_timeout(0ms);
+  }
+
+  TempDirectory directory;
+  Connection connection{directory / "a.db"};
+  Connection other{directory / "a.db"};
+};
+
+TEST_F(CursorTest, CountsTheRowsThatTheLastStatementChanged) {
+  struct Case {
+    std::string_view sql;
+    std::int64_t rowcount;
+  };
+  static constexpr Case cases[] = {
+      {"INSERT INTO t VALUES (8, 'h'), (16, 'p')", 2},
+      {"UPDATE t SET name = name || '!' WHERE id < 4", 2},
+      {"DELETE FROM t WHERE id > 4", 2},
+      {"DELETE FROM t WHERE id > 4", 0},
+      {"REPLACE INTO t VALUES (4, 'e')", 1},
+      {"INSERT OR IGNORE INTO t VALUES (4, 'e')", 0},
+      {"/* c */ WITH w AS (SELECT 32) INSERT INTO t SELECT *, 'x' FROM w", 1},
+      {"WITH w AS (SELECT 32 AS i) DELETE FROM t WHERE id IN (SELECT i FROM w) RETURNING id", 1},
+      {"INSERT INTO t VALUES (64, 'y'), (65, 'z') RETURNING id", 2},
+      {"SELECT * FROM t", -1},
+      {"WITH w AS (SELECT 1) SELECT * FROM w", -1},
+      {"CREATE TABLE made AS SELECT * FROM t", -1},
+      {"EXPLAIN INSERT INTO t VALUES (9, 'i')", -1},
+      {"PRAGMA user_version = 3", -1},
+      {"BEGIN", -1},
+      {"ROLLBACK", -1},
+      {" -- nothing", -1},
+      {"DELETE FROM t", 5},
+  };
+  Cursor cursor = connection.cursor();
+  EXPECT_EQ(cursor.rowcount(), -1) << "before the first statement";
+  for (const auto& [sql, rowcount] : cases) {
+    cursor.execute(sql);
+    EXPECT_EQ(cursor.rowcount(), rowcount) << sql;
+  }
+  static constexpr std::string_view INSERT = "INSERT OR IGNORE INTO t VALUES (?, ?)";
+  cursor.executemany(INSERT, {{1, "a"}, {1, "again"}, {2, "b"}, {4, "c"}});
+  EXPECT_EQ(cursor.rowcount(), 3) << "not the sum";
+  cursor.executemany(INSERT, {});
+  EXPECT_EQ(cursor.rowcount(), 0) << "the count of the statement before";
+  EXPECT_THROW(cursor.execute("INSERT INTO t VALUES (1, 'a')"), IntegrityError);
+  EXPECT_LE(cursor.rowcount(), 0) << "a statement that failed counted";
+}
+
+TEST_F(CursorTest, TakesOneStatementPerText) {
+  struct Case {
+    std::string sql;
+    std::string rows;  // "refused" for a ProgrammingError
+    std::string_view why;
+  };
+  const Case cases[] = {
+      {"SELECT 1; SELECT 2", "refused", "a second statement"},
+      {"SELECT 1; -- c\n DELETE FROM t", "refused", "a second statement behind a comment"},
+      {"SELECT 1;\n ;; /* c */ -- c", "1", "what follows is no statement"},
+      {"SELECT 1 -- c", "1", "a comment without a line's end"},
+      {"SELECT 1; /* open", "1", "SQLite ends a comment with the text"},
+      {"; ;\n/* ; */ SELECT 1", "1", "what comes before is no statement"},
+      {"SELECT '; SELECT 2 --'", "; SELECT 2 --", "a semicolon inside a text"},
+      {"", "", "no statement"},
+      {" ;\t-- SELECT 1\n/* c */;", "", "no statement"},
+      {"\xef\xbb\xbf", "", "a byte order mark alone"},
+      {"SELECT 1\0; DELETE FROM t"s, "refused", "SQLite would not see what follows the NUL byte"},
+  };
+  for (const auto& [sql, rows, why] : cases) {
+    SCOPED_TRACE(why);
+    try {
+      EXPECT_EQ(dump(connection, sql), rows);
+    } catch (const ProgrammingError& error) {
+      EXPECT_EQ(rows, "refused") << error.what();
+    }
+  }
+  EXPECT_EQ(dump(connection, "SELECT count(*) FROM t"), "3") << "a refused text ran";
+}
+
+TEST_F(CursorTest, TakesAsManyParametersAsPlaceholders) {
+  Cursor cursor = connection.cursor();
+  for (const Params& params : {Params{}, Params{1}, Params{1, "x", 3}}) {
+    EXPECT_THROW(cursor.execute("INSERT INTO t VALUES (?, ?)", params), ProgrammingError);
+    EXPECT_THROW(cursor.executemany("UPDATE t SET id = ? WHERE name = ?", {params}),
+                 ProgrammingError);
+  }
+  EXPECT_THROW(cursor.execute("SELECT 1", {1}), ProgrammingError);
+  EXPECT_THROW(cursor.execute("", {1}), ProgrammingError);
+  cursor.execute("SELECT ?2, ?1", {"a", "b"});
+  EXPECT_EQ((*cursor.fetchone())[0].as_text(), "b");
+}
+
+TEST_F(CursorTest, ErrorsHaveSqlitesMessageAndCodeAndLeaveNoStatementOpen) {
+  struct Case {
+    std::string sql;
+    std::string error;
+  };
+  const auto kind = [](const Error& error) -> std::string {
+    if (dynamic_cast<const OperationalError*>(&error) != nullptr) return "Operational";
+    if (dynamic_cast<const IntegrityError*>(&error) != nullptr) return "Integrity";
+    if (dynamic_cast<const ProgrammingError*>(&error) != nullptr) return "Programming";
+    return "plain";
+  };
+  const Case cases[] = {
+      {"SELECT * FROM missing", "Operational 1 no such table: missing"},
+      {"SELEKT", "Operational 1 near \"SELEKT\": syntax error"},
+      {"INSERT INTO t VALUES (1, 'x')", "Integrity 1555 UNIQUE constraint failed: t.id"},
+      {"INSERT INTO t VALUES ('x', 'x')", "Integrity 20 datatype mismatch"},
+      {"SELECT ?999999999", "Operational 1 variable number must be between ?1 and ?250000"},
+      {"INSERT INTO t VALUES (9, zeroblob(2000000000))", "plain 18 string or blob too big"},
+      {"COMMIT", "Operational 1 cannot commit - no transaction is active"},
+      {"SELECT 1 UNION ALL SELECT abs(-9223372036854775808)", "Operational 1 integer overflow"},
+  };
+  for (const auto& [sql, expected] : cases) {
+    Cursor cursor = connection.cursor();
+    try {
+      cursor.execute(sql);
+      cursor.fetchall();
+      ADD_FAILURE() << sql << " was accepted";
+    } catch (const Error& error) {
+      EXPECT_EQ(kind(error) + " " + std::to_string(error.code()) + " " + error.what(), expected);
+    }
+    EXPECT_NO_THROW(connection.execute("VACUUM")) << "a statement was left open after " << sql;
+  }
+}
+
+TEST_F(CursorTest, AWriteWithRowsIsCommittedWhenExecuteReturns) {
+  Cursor cursor = connection.execute("INSERT INTO t VALUES (8, 'h'), (16, 'p') RETURNING id, name");
+  EXPECT_NO_THROW(other.execute("INSERT INTO t VALUES (32, 'x')"))
+      << "the write lock was kept for the sake of unread rows";
+  EXPECT_EQ((*cursor.fetchone())["name"].as_text(), "h");
+  EXPECT_EQ(cursor.fetchall().size(), 1U);
+  EXPECT_FALSE(cursor.fetchone());
+}
+
+TEST_F(CursorTest, TheRowsOfASelectAreReadAsTheyAreFetched) {
+  Cursor cursor = connection.execute(
+      "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n) SELECT i FROM n");
+  for (int i = 1; i <= 3; ++i) EXPECT_EQ((*cursor.fetchone())[0].as_integer(), i);
+}
+
+TEST_F(CursorTest, CursorsWithTheSameTextShareNeitherRowsNorParameters) {
+  static constexpr std::string_view SQL = "SELECT ?, id FROM t ORDER BY id";
+  Cursor first = connection.execute(SQL, {"first"});
+  EXPECT_EQ((*first.fetchone())[1].as_integer(), 1);
+  Cursor second = connection.execute(SQL, {"second"});
+  EXPECT_EQ((*second.fetchone())[0].as_text(), "second");
+  EXPECT_EQ((*first.fetchone())[1].as_integer(), 2) << "another cursor's run began anew";
+  EXPECT_EQ((*first.fetchone())[0].as_text(), "first");
+  first.close();
+  second = connection.execute(SQL, {nullptr});
+  EXPECT_TRUE((*second.fetchone())[0].is_null()) << "a parameter of an earlier run was kept";
+  EXPECT_THROW(first.fetchone(), ProgrammingError);
+}
+
+TEST_F(CursorTest, AStatementKeptPreparedFollowsTheSchema) {
+  static constexpr std::string_view SQL = "SELECT * FROM t WHERE id = 1";
+  const auto columns = [&] {
+    const Row row = *connection.execute(SQL).fetchone();
+    std::string names;
+    for (std::size_t i = 0; i < row.size(); ++i) names += row.column_name(i) + " ";
+    return names;
+  };
+  EXPECT_EQ(columns(), "id name ");
+  connection.execute("ALTER TABLE t ADD COLUMN size DEFAULT 7");
+  EXPECT_EQ(columns(), "id name size ");
+  other.execute("ALTER TABLE t RENAME COLUMN name TO title");
+  EXPECT_EQ(columns(), "id title size ") << "the names of an earlier preparation were shown";
+  other.execute("ALTER TABLE t DROP COLUMN size");
+  EXPECT_EQ(columns(), "id title ");
+  EXPECT_EQ(dump(connection, SQL), "1|a");
+}
+
+TEST_F(CursorTest, APragmaRunsEveryTimeItIsExecuted) {
+  for (const char* const value : {"OFF", "ON", "OFF", "ON"}) {
+    connection.execute(" pragma foreign_keys="s + value);
+    EXPECT_EQ(dump(connection, "PRAGMA foreign_keys"), value == "ON"s ? "1" : "0");
+  }
+}
+
+TEST_F(CursorTest, ManyTextsPassThroughTheCacheUnharmed) {
+  for (int round = 0; round < 2; ++round) {
+    for (std::size_t i = 0; i < 2 * StatementCache::CAPACITY; ++i) {
+      const std::string number = std::to_string(i);
+      ASSERT_EQ(dump(connection, "SELECT " + number), number);
+    }
+  }
+  int statements = 0;
+  for (sqlite3_stmt* at = nullptr; (at = sqlite3_next_stmt(connection.handle(), at)) != nullptr;)
+    ++statements;
+  EXPECT_LE(statements, 64) << "the cache has no bound";
+}
+
+TEST_F(CursorTest, ExecutemanyStopsAtTheFirstFailure) {
+  Cursor cursor = connection.cursor();
+  EXPECT_THROW(cursor.executemany("INSERT INTO t VALUES (?, ?)",
+                                  {{8, "h"}, {16, "p"}, {16, "again"}, {32, "x"}}),
+               IntegrityError);
+  EXPECT_EQ(dump(connection, "SELECT group_concat(id) FROM t"), "1,2,4,8,16");
+  cursor.executemany("INSERT INTO t VALUES (?, ?) RETURNING id", {{64, "y"}, {128, "z"}});
+  EXPECT_EQ(cursor.fetchall().size(), 2U);
+}
+
+TEST_F(CursorTest, AMovedCursorGoesOnAndTheOldOneIsRefused) {
+  Cursor first = connection.execute("SELECT id FROM t ORDER BY id");
+  first.fetchone();
+  Cursor second = connection.execute("SELECT 'replaced'");
+  second = std::move(first);
+  EXPECT_EQ((*second.fetchone())[0].as_integer(), 2);
+  EXPECT_THROW(first.fetchone(), ProgrammingError);  // NOLINT(bugprone-use-after-move): the point
+  EXPECT_THROW((void)first.rowcount(), ProgrammingError);
+  EXPECT_NO_THROW(first.close());
+}
+
+TEST_F(CursorTest, ThreadsThatShareAConnectionGetTheirOwnCountsAndMessages) {
+  const auto work = [&](int thread) {
+    const std::string name = "missing_" + std::to_string(thread);
+    for (int i = 0; i < 200; ++i) {
+      Cursor cursor = connection.cursor();
+      cursor.execute("UPDATE t SET name = name WHERE id <= ?", {thread});
+      if (cursor.rowcount() != thread) return "counted " + std::to_string(cursor.rowcount());
+      try {
+        cursor.execute("SELECT * FROM " + name);
+      } catch (const OperationalError& error) {
+        if (error.what() != "no such table: " + name) return std::string(error.what());
+      }
+    }
+    return "sound"s;
+  };
+  std::future<std::string> one = std::async(std::launch::async, work, 1);
+  std::future<std::string> two = std::async(std::launch::async, work, 2);
+  EXPECT_EQ(one.get(), "sound");
+  EXPECT_EQ(two.get(), "sound");
+}
+
+}  // namespace
+}  // namespace veldra
