@@ -29,7 +29,7 @@ struct Connections {
 /// Looks `range` symbols up in turn, by the query that `look_up` makes of a symbol's number.
 template <typename LookUp>
 void fetchone(benchmark::State& state, LookUp look_up) {
-  static constexpr std::int64_t QUERIES = 500;
+  static constexpr std::int64_t QUERIES = 100;  // short rounds: few meet another process
   Database db(shared_index());
   db.connect();
   const auto way = [&](std::unique_ptr<Lookup> lookup) {
@@ -135,12 +135,12 @@ void full_text_search(benchmark::State& state) {
 
 /// A working set that the page cache holds, then the whole table.
 void working_sets(benchmark::internal::Benchmark* benchmark) {
-  benchmark->Arg(1000)->Arg(SYMBOLS)->Iterations(300)->UseManualTime();
+  benchmark->Arg(1000)->Arg(SYMBOLS)->Iterations(1500)->UseManualTime();
 }
 
 BENCHMARK(fetchone_by_key)->Apply(working_sets);
 BENCHMARK(fetchone_by_name)->Apply(working_sets);
-BENCHMARK(fetchall)->Arg(1000)->Iterations(300)->UseManualTime();
+BENCHMARK(fetchall)->Arg(1000)->Iterations(600)->UseManualTime();
 BENCHMARK(fetchall)->Arg(100'000)->Iterations(30)->UseManualTime();
 BENCHMARK(full_text_search)->Iterations(50)->UseManualTime();
 

@@ -30,6 +30,7 @@ std::string plain_file_name(const std::filesystem::path& path) {
 Connection::Connection(const std::filesystem::path& path, Mode mode)
     : _state(std::make_shared<ConnectionState>()) {
   sqlite3*& db = _state->db;
+  _state->is_shared = mode == Mode::ReadWrite;
   const std::string name = plain_file_name(path);
   const int opened = sqlite3_open_v2(name.c_str(), &db, open_flags(mode), nullptr);
   try {
@@ -53,12 +54,12 @@ Connection::Connection(const std::filesystem::path& path, Mode mode)
 }
 
 Connection::~Connection() {
-  const std::lock_guard guard(_state->mutex);
+  const auto guard = _state->lock();
   _state->close();
 }
 
 Cursor Connection::cursor() {
-  const std::lock_guard guard(_state->mutex);
+  const auto guard = _state->lock();
   if (_state->db == nullptr) throw ProgrammingError("Cannot operate on a closed database.");
   return Cursor(_state);
 }
@@ -76,28 +77,28 @@ Cursor Connection::executemany(std::string_view sql, const ParamsList& params_li
 }
 
 void Connection::close() {
-  const std::lock_guard guard(_state->mutex);
+  const auto guard = _state->lock();
   const int code = _state->close();
   if (code != SQLITE_OK) _state->fail(code);
 }
 
 void Connection::set_busy_timeout(std::chrono::milliseconds timeout) noexcept {
-  const std::lock_guard guard(_state->mutex);
+  const auto guard = _state->lock();
   if (_state->db != nullptr) sqlite3_busy_timeout(_state->db, static_cast<int>(timeout.count()));
 }
 
 void Connection::roll_back() noexcept {
-  const std::lock_guard guard(_state->mutex);
+  const auto guard = _state->lock();
   if (_state->db != nullptr) _state->roll_back();
 }
 
 bool Connection::damaged() const noexcept {
-  const std::lock_guard guard(_state->mutex);
+  const auto guard = _state->lock();
   return _state->damaged;
 }
 
 sqlite3* Connection::handle() const noexcept {
-  const std::lock_guard guard(_state->mutex);
+  const auto guard = _state->lock();
   return _state->db;
 }
 

@@ -13,8 +13,8 @@ namespace veldra {
 
 /// What a connection shares with its cursors, which may outlive it. Internal.
 ///
-/// `mutex` guards every field and every call into SQLite on `db`; it is taken last, inside whatever
-/// lock orders the uses of the connection.
+/// What `lock` returns guards every field and every call into SQLite on `db`; it is taken last,
+/// inside whatever lock orders the uses of the connection.
 struct ConnectionState {
   ConnectionState();
   ConnectionState(const ConnectionState&) = delete;
@@ -38,7 +38,14 @@ struct ConnectionState {
   /// Finishes every statement and closes the handle; the code says whether SQLite did.
   int close() noexcept;
 
+  /// The mutex of a connection that threads share; nothing for one that is lent to one thread at a
+  /// time, whose uses the lending orders: five locks a query would be 3 % of its instructions.
+  [[nodiscard]] std::unique_lock<std::mutex> lock() {
+    return is_shared ? std::unique_lock(mutex) : std::unique_lock<std::mutex>();
+  }
+
   std::mutex mutex;
+  bool is_shared = true;  // set once, before anyone else knows the connection
   sqlite3* db = nullptr;  // null once closed
   bool damaged = false;
   bool owes_rollback = false;

@@ -63,7 +63,7 @@ Cursor::~Cursor() {
 template <typename Operation>
 auto Cursor::_locked(Operation operation) {
   if (!_state) throw ProgrammingError("Cannot operate on a cursor that was moved from.");
-  const std::lock_guard guard(_state->mutex);
+  const auto guard = _state->lock();
   _check_open();
   try {
     return operation();
@@ -121,14 +121,14 @@ std::vector<Row> Cursor::fetchall() {
 
 std::int64_t Cursor::rowcount() const {
   if (!_state) throw ProgrammingError("Cannot operate on a cursor that was moved from.");
-  const std::lock_guard guard(_state->mutex);
+  const auto guard = _state->lock();
   _check_open();
   return _rowcount;
 }
 
 void Cursor::close() noexcept {
   if (!_state) return;
-  const std::lock_guard guard(_state->mutex);
+  const auto guard = _state->lock();
   _closed = true;
   _abandon();
 }

@@ -30,8 +30,8 @@ struct ConnectionState;
 /// One statement per text; a text without any does nothing. The parameters must be as many as the
 /// placeholders. Statements stay prepared with the connection and are found again by their text.
 ///
-/// Thread safety: any member, from any thread; the connection's mutex is held for each call. Moving
-/// and destroying are for one thread alone.
+/// Thread safety: the connection's, whose mutex is held for each call: on the writer any member,
+/// from any thread. Moving and destroying are for one thread alone.
 /// Ownership: move-only; closes itself when destroyed; may outlive its connection, and then every
 /// operation but `close` and destruction throws `ProgrammingError`.
 /// Errors: `Error` with SQLite's message, of the type that `veldra/errors.h` names;

@@ -35,51 +35,39 @@ struct Column {
   const void* data;
 };
 
-StorageClass storage_class(sqlite3_value* value) {
+/// Reads a column through one access to its value; safe because the caller holds the connection's
+/// lock (https://www.sqlite.org/c3ref/value.html speaks of values that others may change).
+void read_column(sqlite3_value* value, Column& column) {
+  column.data = nullptr;
   switch (sqlite3_value_type(value)) {
     case SQLITE_INTEGER:
-      return StorageClass::Integer;
-    case SQLITE_FLOAT:
-      return StorageClass::Real;
-    case SQLITE_TEXT:
-      return StorageClass::Text;
-    case SQLITE_BLOB:
-      return StorageClass::Blob;
-    default:
-      return StorageClass::Null;
-  }
-}
-
-/// Reads a column through one access to its value; safe because the caller holds the connection's
-/// mutex (https://www.sqlite.org/c3ref/value.html speaks of values that others may change).
-Column read_column(sqlite3_value* value) {
-  Column column{.type = storage_class(value), .cell = {.integer = 0}, .data = nullptr};
-  switch (column.type) {
-    case StorageClass::Integer:
+      column.type = StorageClass::Integer;
       column.cell.integer = sqlite3_value_int64(value);
-      return column;
-    case StorageClass::Real:
+      return;
+    case SQLITE_FLOAT:
+      column.type = StorageClass::Real;
       column.cell.real = sqlite3_value_double(value);
-      return column;
-    case StorageClass::Text:
+      return;
+    case SQLITE_TEXT:
+      column.type = StorageClass::Text;
       column.data =
           sqlite3_value_text(value);  // before the length: it may have to convert the text
       break;
-    case StorageClass::Blob:
+    case SQLITE_BLOB:
+      column.type = StorageClass::Blob;
       column.data = sqlite3_value_blob(value);
       break;
-    case StorageClass::Null:
-      return column;
+    default:
+      column.type = StorageClass::Null;
+      column.cell.integer = 0;
+      return;
   }
-  column.cell.bytes = {.offset = 0,
-                       .length = static_cast<std::uint32_t>(sqlite3_value_bytes(value))};
+  const auto length = static_cast<std::uint32_t>(sqlite3_value_bytes(value));
+  column.cell.bytes = {.offset = 0, .length = length};
   // An empty blob has no address; any other text or blob without one is one SQLite had no memory
   // for.
-  if (column.data == nullptr &&
-      (column.type == StorageClass::Text || column.cell.bytes.length > 0)) {
+  if (column.data == nullptr && (column.type == StorageClass::Text || length > 0))
     throw_error(SQLITE_NOMEM, "out of memory");
-  }
-  return column;
 }
 
 }  // namespace
@@ -116,7 +104,7 @@ Row::Row(sqlite3_stmt* statement, const std::shared_ptr<const ColumnNames>& name
 
   std::size_t size = Block::head_size(count);
   for (std::size_t i = 0; i < count; ++i) {
-    columns[i] = read_column(sqlite3_column_value(statement, static_cast<int>(i)));
+    read_column(sqlite3_column_value(statement, static_cast<int>(i)), columns[i]);
     if (columns[i].data == nullptr) continue;
     columns[i].cell.bytes.offset = static_cast<std::uint32_t>(size);
     size += columns[i].cell.bytes.length;
@@ -125,13 +113,17 @@ Row::Row(sqlite3_stmt* statement, const std::shared_ptr<const ColumnNames>& name
     }
   }
 
-  _block.reset(new (::operator new(size)) Block{.names = names, .count = count, .size = size});
+  auto* const block =
+      new (::operator new(size)) Block{.names = names, .count = count, .size = size};
+  _block.reset(block);
+  Cell* const cells = block->cells();
+  StorageClass* const types = block->types();
   for (std::size_t i = 0; i < count; ++i) {
-    _block->cells()[i] = columns[i].cell;
-    _block->types()[i] = columns[i].type;
+    cells[i] = columns[i].cell;
+    types[i] = columns[i].type;
     if (columns[i].data == nullptr) continue;
     const Bytes bytes = columns[i].cell.bytes;
-    std::memcpy(_block->base() + bytes.offset, columns[i].data, bytes.length);
+    std::memcpy(block->base() + bytes.offset, columns[i].data, bytes.length);
   }
 }
 
@@ -151,18 +143,15 @@ std::size_t Row::size() const noexcept {
   return _block ? _block->count : 0;
 }
 
-const Row::Block& Row::_at(std::size_t position) const {
-  if (position >= size()) {
-    throw std::out_of_range("no column " + std::to_string(position) + " in a row of " +
-                            std::to_string(size()));
-  }
-  return *_block;
+void Row::_refuse(std::size_t position) const {
+  throw std::out_of_range("no column " + std::to_string(position) + " in a row of " +
+                          std::to_string(size()));
 }
 
 ValueView Row::operator[](std::size_t position) const {
-  const Block& block = _at(position);
-  const Cell cell = block.cells()[position];
-  const StorageClass type = block.types()[position];
+  if (position >= size()) _refuse(position);
+  const Cell& cell = _block->cells()[position];
+  const StorageClass type = _block->types()[position];
   switch (type) {
     case StorageClass::Integer:
       return ValueView(cell.integer);
@@ -170,7 +159,7 @@ ValueView Row::operator[](std::size_t position) const {
       return ValueView(cell.real);
     case StorageClass::Text:
     case StorageClass::Blob:
-      return {type, {block.base() + cell.bytes.offset, cell.bytes.length}};
+      return {type, {_block->base() + cell.bytes.offset, cell.bytes.length}};
     case StorageClass::Null:
       break;
   }
@@ -185,7 +174,8 @@ ValueView Row::operator[](std::string_view name) const {
 }
 
 const std::string& Row::column_name(std::size_t position) const {
-  return (*_at(position).names)[position];
+  if (position >= size()) _refuse(position);
+  return (*_block->names)[position];
 }
 
 }  // namespace veldra

@@ -52,7 +52,7 @@ class VELDRA_EXPORT Row {
 
   /// Copies the row that `statement` stands on. The caller keeps others off the connection.
   Row(sqlite3_stmt* statement, const std::shared_ptr<const ColumnNames>& names);
-  const Block& _at(std::size_t position) const;
+  [[noreturn]] void _refuse(std::size_t position) const;
 
   std::unique_ptr<Block, Free> _block;
 };

@@ -45,9 +45,8 @@ class TrustedSchema {
   sqlite3* _db;
 };
 
-bool is_refused_table(sqlite3* db, int code) {
-  return code == SQLITE_ERROR &&
-         std::string_view(sqlite3_errmsg(db)).starts_with("unsafe use of virtual table");
+bool is_refused_table(sqlite3* db) {
+  return std::string_view(sqlite3_errmsg(db)).starts_with("unsafe use of virtual table");
 }
 
 }  // namespace
@@ -84,7 +83,7 @@ std::unique_ptr<Statement> Statement::prepare(sqlite3* db, std::string_view sql)
   };
   int code = compile();
   bool trusts_schema = false;
-  if (is_refused_table(db, code)) {
+  if (code == SQLITE_ERROR && is_refused_table(db)) {
     const TrustedSchema trusted(db);
     trusts_schema = true;
     code = compile();
@@ -121,7 +120,7 @@ int Statement::step() noexcept {
   // SQLite prepares it again by itself, in here, when the schema has changed.
   if (!_trusts_schema) {
     const int code = sqlite3_step(_statement);
-    if (!is_refused_table(sqlite3_db_handle(_statement), code)) return code;
+    if (code != SQLITE_ERROR || !is_refused_table(sqlite3_db_handle(_statement))) return code;
     sqlite3_reset(_statement);
     _trusts_schema = true;
   }

@@ -33,4 +33,11 @@ inline bool equal_ignoring_case(std::string_view left, std::string_view right) {
                             [](char a, char b) { return lower_case(a) == lower_case(b); });
 }
 
+/// `prefix` is in lower case.
+inline bool begins_ignoring_case(std::string_view text, std::string_view prefix) {
+  return text.size() >= prefix.size() &&
+         std::equal(prefix.begin(), prefix.end(), text.begin(),
+                    [](char wanted, char letter) { return wanted == lower_case(letter); });
+}
+
 }  // namespace veldra

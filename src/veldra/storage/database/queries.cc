@@ -29,10 +29,8 @@ std::int64_t Database::_count(std::string_view sql) {
 }
 
 bool _is_read_statement(std::string_view sql) {
-  const std::string_view head = trim_left(sql).substr(0, 8);
-  if (equal_ignoring_case(head.substr(0, 6), "SELECT") ||
-      equal_ignoring_case(head.substr(0, 4), "WITH"))
-    return true;
+  const std::string_view head = trim_left(sql);
+  if (begins_ignoring_case(head, "select") || begins_ignoring_case(head, "with")) return true;
   std::string_view whole = trim(sql);
   while (whole.ends_with(';')) whole.remove_suffix(1);
   return equal_ignoring_case(trim(whole), "PRAGMA USER_VERSION");  // every process polls it
