@@ -13,7 +13,7 @@ BUILD := build/release
 TOOL := $(BUILD)/tools/veldra-index
 SHELL := /bin/bash
 .DEFAULT_GOAL := help
-.PHONY: help deps configure build run test bench install package clean
+.PHONY: help deps configure build run test bench reference install package clean
 
 help: ## this list
 	@awk -F ':.*## ' '/^[a-z]+:.*## / { printf "  make %-9s%s\n", $$1, $$2 }' Makefile
@@ -37,6 +37,10 @@ test: build ## run every test
 
 bench: build ## compare with the bare SQLite library, in one run
 	@$(BUILD)/bench/veldra_bench
+
+reference: ## the API reference, build/reference/html/index.html (needs doxygen)
+	@mkdir -p build
+	@scripts/quietly.sh "Reference" doxygen docs/Doxyfile
 
 install: build ## install under PREFIX (default /usr/local); DESTDIR is honoured
 	@cmake --install $(BUILD) --prefix "$(PREFIX)"

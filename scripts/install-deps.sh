@@ -12,7 +12,7 @@ packages=(
   dpkg-dev file                                       # the .deb package
 )
 if [ "${1:-}" = --ci ]; then
-  packages+=(clang clang-format clang-tidy ccache)
+  packages+=(clang clang-format clang-tidy ccache doxygen)
   command -v npm >/dev/null || packages+=(npm)
 fi
 
