@@ -13,6 +13,17 @@ int primary_code(const Error& error) {
   return error.code() & 0xff;  // the low byte of an extended code
 }
 
+/// False when SQLite refuses the statement itself: a table is missing, or there already.
+bool try_execute(Cursor& cursor, std::string_view sql) {
+  try {
+    cursor.execute(sql);
+    return true;
+  } catch (const OperationalError& error) {
+    if (primary_code(error) != SQLITE_ERROR) throw;
+    return false;
+  }
+}
+
 }  // namespace
 
 std::optional<std::string> stored_text(const ValueView& value) {
@@ -33,14 +44,10 @@ std::optional<std::string> stored_text(const ValueView& value) {
 }
 
 void take_write_lock(Cursor& cursor) {
-  try {
-    cursor.execute("DELETE FROM schema_info WHERE 0");
-  } catch (const OperationalError& error) {
-    if (primary_code(error) != SQLITE_ERROR) {
-      throw;
-    }
-    cursor.execute(SCHEMA_INFO_DDL);  // the table is missing, and making it takes the lock as well
-  }
+  static constexpr std::string_view touch = "DELETE FROM schema_info WHERE 0";
+  if (try_execute(cursor, touch)) return;
+  // Making the missing table takes the lock as well, unless another process was faster.
+  if (!try_execute(cursor, SCHEMA_INFO_DDL)) cursor.execute(touch);
 }
 
 void look_then_write(const TransactionOpener& open_transaction,
@@ -48,9 +55,7 @@ void look_then_write(const TransactionOpener& open_transaction,
   try {
     open_transaction(body);
   } catch (const OperationalError& error) {
-    if (primary_code(error) != SQLITE_BUSY) {
-      throw;
-    }
+    if (primary_code(error) != SQLITE_BUSY) throw;
     open_transaction([&](Cursor& cursor) {
       take_write_lock(cursor);
       body(cursor);
