@@ -1,0 +1,39 @@
+// veldra-index errors: the problems that were met in files.
+#include <iostream>
+
+#include "veldra-index/commands.h"
+#include "veldra-index/failure.h"
+#include "veldra-index/index_place.h"
+#include "veldra-index/output.h"
+
+namespace veldra::tool {
+
+int errors(const Options& options, const std::optional<std::string>& file) {
+  const IndexPlace place = find_index(options.directory, options.db);
+  OpenIndex index = OpenIndex::existing(place);
+  const std::vector<Row> rows = index->fetchall(
+      "SELECT file_path, line, error_type, message FROM index_errors"
+      " WHERE ?1 IS NULL OR file_path = ?1 ORDER BY file_path, line, id",
+      {file});
+  if (options.json) {
+    Json json = Json::array();
+    for (const Row& row : rows) {
+      json.push_back({{"file", to_json(row[0])},
+                      {"line", to_json(row[1])},
+                      {"type", to_json(row[2])},
+                      {"message", to_json(row[3])}});
+    }
+    print_json(json);
+    return EXIT_DONE;
+  }
+  const Style style(options.color);
+  for (const Row& row : rows) {
+    std::cout << style.path(to_text(row[0])) << ':';
+    if (!row[1].is_null()) std::cout << style.number(to_text(row[1])) << ':';
+    std::cout << ' ' << to_text(row[2]) << ": " << one_line(to_text(row[3])) << '\n';
+  }
+  if (rows.empty() && !options.quiet) std::cout << "no problems\n";
+  return EXIT_DONE;
+}
+
+}  // namespace veldra::tool

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace veldra::tool {
+
+/// Bytes that full-text search puts around its hits; source text does not hold them.
+inline constexpr char HIT_BEGIN = '\x02';
+inline constexpr char HIT_END = '\x03';
+
+/// A line of a chunk, and what in it was found: ranges of bytes, in order, none overlapping.
+struct MarkedLine {
+  std::int64_t number;
+  std::string text;
+  std::vector<std::pair<std::size_t, std::size_t>> hits;  // begin and end
+};
+
+/// The lines of a chunk whose hits stand between `HIT_BEGIN` and `HIT_END`, without these.
+std::vector<MarkedLine> lines_of(std::string_view marked_text, std::int64_t first_line);
+
+/// Makes the places where `texts` stand, letter case ignored, hits as well.
+void mark_texts(std::vector<MarkedLine>& lines, const std::vector<std::string>& texts);
+
+/// Takes all hits away.
+void unmark(std::vector<MarkedLine>& lines);
+
+}  // namespace veldra::tool
