@@ -43,9 +43,7 @@ Connection::Connection(const std::filesystem::path& path, Mode mode)
     sqlite3_db_config(db, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
     if (mode == Mode::ReadOnly) return;
     for (const std::string_view sql : {"BEGIN", "COMMIT", "ROLLBACK"}) {
-      std::unique_ptr<Statement> statement = Statement::prepare(db, sql);
-      statement->keep();
-      _state->cache.park(std::move(statement));
+      _state->cache.park(Statement::prepare(db, sql, Statement::Use::Kept));
     }
   } catch (...) {
     _state->close();
