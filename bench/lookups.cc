@@ -25,7 +25,7 @@ class BareLookup : public Lookup {
   }
 
   void by_name(const std::string& name) override {
-    sqlite3_bind_text(_by_name, 1, name.data(), static_cast<int>(name.size()), SQLITE_STATIC);
+    bind_text(_by_name, 1, name);
     _read_one(_by_name);
   }
 

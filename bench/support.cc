@@ -30,52 +30,47 @@ std::string chunk_text(std::mt19937& random) {
   return text;
 }
 
-void bind_text(sqlite3_stmt* statement, int position, const std::string& text) {
-  sqlite3_bind_text(statement, position, text.data(), static_cast<int>(text.size()), SQLITE_STATIC);
+void step(BareConnection& bare, sqlite3_stmt* statement) {
+  bare.check(sqlite3_step(statement), SQLITE_DONE);
+  sqlite3_reset(statement);
 }
 
-void fill(BareConnection& bare) {
-  bare.run("BEGIN");
-  const auto step = [&](sqlite3_stmt* statement) {
-    bare.check(sqlite3_step(statement), SQLITE_DONE);
-    sqlite3_reset(statement);
-  };
-  sqlite3_stmt* const file =
+void fill_files(BareConnection& bare) {
+  sqlite3_stmt* const insert =
       bare.prepare("INSERT INTO files (id, path, language, hash) VALUES (?, ?, 'C++', '0f')");
   for (std::int64_t id = 1; id <= FILES; ++id) {
     const std::string path =
         "src/part" + std::to_string(id % 40) + "/file" + std::to_string(id) + ".cc";
-    sqlite3_bind_int64(file, 1, id);
-    bind_text(file, 2, path);
-    step(file);
+    sqlite3_bind_int64(insert, 1, id);
+    bind_text(insert, 2, path);
+    step(bare, insert);
   }
-  sqlite3_stmt* const row = bare.prepare(
-      "INSERT INTO symbols (id, file_id, name, kind, start_line, end_line) VALUES (?, ?, ?, ?, ?, "
-      "?)");
+}
+
+void fill_symbols(BareConnection& bare) {
+  sqlite3_stmt* const insert = bare.prepare(
+      "INSERT INTO symbols (id, file_id, name, kind, start_line, end_line) "
+      "VALUES (?, ?, ?, ?, ?, ?)");
   for (std::int64_t number = 1; number <= SYMBOLS; ++number) {
     const Symbol values = symbol(number);
-    sqlite3_bind_int64(row, 1, values.id);
-    sqlite3_bind_int64(row, 2, values.file_id);
-    bind_text(row, 3, values.name);
-    bind_text(row, 4, values.kind);
-    sqlite3_bind_int64(row, 5, values.start_line);
-    sqlite3_bind_int64(row, 6, values.end_line);
-    step(row);
+    bind_symbol(insert, values);
+    step(bare, insert);
   }
-  sqlite3_stmt* const chunk = bare.prepare(
+}
+
+void fill_chunks(BareConnection& bare) {
+  sqlite3_stmt* const insert = bare.prepare(
       "INSERT INTO code_chunks (rowid, text, start_line, end_line, exact) VALUES (?, ?, ?, ?, 1)");
   std::mt19937 random(1);
   for (std::int64_t number = 0; number < CHUNKS; ++number) {
     const std::string text = chunk_text(random);
     const std::int64_t ordinal = number / FILES;
-    sqlite3_bind_int64(chunk, 1, (number % FILES + 1) * 1048576 + ordinal);
-    bind_text(chunk, 2, text);
-    sqlite3_bind_int64(chunk, 3, ordinal * 30 + 1);
-    sqlite3_bind_int64(chunk, 4, ordinal * 30 + 30);
-    step(chunk);
+    sqlite3_bind_int64(insert, 1, (number % FILES + 1) * 1048576 + ordinal);
+    bind_text(insert, 2, text);
+    sqlite3_bind_int64(insert, 3, ordinal * 30 + 1);
+    sqlite3_bind_int64(insert, 4, ordinal * 30 + 30);
+    step(bare, insert);
   }
-  bare.run("COMMIT");
-  bare.run("PRAGMA wal_checkpoint(TRUNCATE)");
 }
 
 double seconds(const Way& way) {
@@ -150,13 +145,18 @@ Symbol symbol(std::int64_t number) {
           .end_line = number % 50 * 40 + 30};
 }
 
-void make_index(const std::filesystem::path& path) {
+void make_index(const std::filesystem::path& path, Contents contents) {
   Database db(path);
   db.connect();
   db.create_schema();
   db.close();
   BareConnection bare(path);
-  fill(bare);
+  bare.run("BEGIN");
+  fill_files(bare);
+  if (contents >= Contents::Symbols) fill_symbols(bare);
+  if (contents == Contents::All) fill_chunks(bare);
+  bare.run("COMMIT");
+  bare.run("PRAGMA wal_checkpoint(TRUNCATE)");
 }
 
 const std::filesystem::path& shared_index() {
@@ -167,6 +167,19 @@ const std::filesystem::path& shared_index() {
     return made;
   }();
   return path;
+}
+
+void bind_text(sqlite3_stmt* statement, int position, const std::string& text) {
+  sqlite3_bind_text(statement, position, text.data(), static_cast<int>(text.size()), SQLITE_STATIC);
+}
+
+void bind_symbol(sqlite3_stmt* statement, const Symbol& symbol) {
+  sqlite3_bind_int64(statement, 1, symbol.id);
+  sqlite3_bind_int64(statement, 2, symbol.file_id);
+  bind_text(statement, 3, symbol.name);
+  bind_text(statement, 4, symbol.kind);
+  sqlite3_bind_int64(statement, 5, symbol.start_line);
+  sqlite3_bind_int64(statement, 6, symbol.end_line);
 }
 
 void touch_symbol(sqlite3_stmt* statement) {

@@ -83,12 +83,19 @@ struct Symbol {
 /// The symbol of this number, from 1; the same in every run.
 Symbol symbol(std::int64_t number);
 
+/// How much of the dataset a file holds: each includes those before it.
+enum class Contents { Files, Symbols, All };
+
 /// Makes an index file with the dataset in it: its tables by the layer's own `create_schema`, its
 /// rows through the C interface.
-void make_index(const std::filesystem::path& path);
+void make_index(const std::filesystem::path& path, Contents contents = Contents::All);
 
 /// The file that is only read; made on first use, once per run.
 const std::filesystem::path& shared_index();
+
+/// Binds without a copy: the values stay until the statement has run.
+void bind_text(sqlite3_stmt* statement, int position, const std::string& text);
+void bind_symbol(sqlite3_stmt* statement, const Symbol& symbol);
 
 /// Reads the six columns of a symbol, from the row that a statement stands on or from a row.
 void touch_symbol(sqlite3_stmt* statement);
