@@ -15,6 +15,8 @@
 namespace veldra::bench {
 namespace {
 
+constexpr Size SIZE = {.files = 2000, .symbols = 100'000};
+
 using Clock = std::chrono::steady_clock;
 
 /// One of the ways, with a lookup for each thread.
@@ -52,7 +54,7 @@ std::vector<double> take_turn(Readers& readers, std::chrono::milliseconds length
 void queries_beside_a_writer(benchmark::State& state) {
   const TempDirectory directory;
   const std::filesystem::path path = directory / "index.db";
-  make_index(path, Contents::Symbols);
+  make_index(path, SIZE);
   Database db(path);
   db.connect();
 
@@ -70,7 +72,7 @@ void queries_beside_a_writer(benchmark::State& state) {
       Params params(2);
       while (!stop.stop_requested()) {
         params[0] = ++writes;
-        params[1] = writes % SYMBOLS + 1;
+        params[1] = writes % SIZE.symbols + 1;
         db.execute("UPDATE symbols SET end_line = ? WHERE id = ?", params);
       }
     });

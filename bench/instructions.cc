@@ -22,7 +22,7 @@ void look_up(Lookup& lookup, const std::string& query, std::int64_t count) {
 
 int run(const std::vector<std::string>& arguments) {
   if (arguments.size() == 2 && arguments[0] == "make") {
-    make_index(arguments[1]);
+    make_index(arguments[1], SHARED);
     return 0;
   }
   if (arguments.size() != 4) {

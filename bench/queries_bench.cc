@@ -135,7 +135,7 @@ void full_text_search(benchmark::State& state) {
 
 /// A working set that the page cache holds, then the whole table.
 void working_sets(benchmark::internal::Benchmark* benchmark) {
-  benchmark->Arg(1000)->Arg(SYMBOLS)->Iterations(1500)->UseManualTime();
+  benchmark->Arg(1000)->Arg(SHARED.symbols)->Iterations(1500)->UseManualTime();
 }
 
 BENCHMARK(fetchone_by_key)->Apply(working_sets);

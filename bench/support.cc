@@ -35,10 +35,10 @@ void step(BareConnection& bare, sqlite3_stmt* statement) {
   sqlite3_reset(statement);
 }
 
-void fill_files(BareConnection& bare) {
+void fill_files(BareConnection& bare, const Size& size) {
   sqlite3_stmt* const insert =
       bare.prepare("INSERT INTO files (id, path, language, hash) VALUES (?, ?, 'C++', '0f')");
-  for (std::int64_t id = 1; id <= FILES; ++id) {
+  for (std::int64_t id = 1; id <= size.files; ++id) {
     const std::string path =
         "src/part" + std::to_string(id % 40) + "/file" + std::to_string(id) + ".cc";
     sqlite3_bind_int64(insert, 1, id);
@@ -47,25 +47,37 @@ void fill_files(BareConnection& bare) {
   }
 }
 
-void fill_symbols(BareConnection& bare) {
+void fill_symbols(BareConnection& bare, const Size& size) {
   sqlite3_stmt* const insert = bare.prepare(
       "INSERT INTO symbols (id, file_id, name, kind, start_line, end_line) "
       "VALUES (?, ?, ?, ?, ?, ?)");
-  for (std::int64_t number = 1; number <= SYMBOLS; ++number) {
-    const Symbol values = symbol(number);
+  for (std::int64_t number = 1; number <= size.symbols; ++number) {
+    const Symbol values = symbol(number, size);
     bind_symbol(insert, values);
     step(bare, insert);
   }
 }
 
-void fill_chunks(BareConnection& bare) {
+void fill_edges(BareConnection& bare, const Size& size) {
+  sqlite3_stmt* const insert = bare.prepare(
+      "INSERT INTO edges (id, source_id, target_id, kind, line) VALUES (?, ?, ?, 'calls', ?)");
+  for (std::int64_t number = 1; number <= size.edges; ++number) {
+    sqlite3_bind_int64(insert, 1, number);
+    sqlite3_bind_int64(insert, 2, (number - 1) * size.symbols / size.edges + 1);
+    sqlite3_bind_int64(insert, 3, number * 7919 % size.symbols + 1);
+    sqlite3_bind_int64(insert, 4, number % 2000);
+    step(bare, insert);
+  }
+}
+
+void fill_chunks(BareConnection& bare, const Size& size) {
   sqlite3_stmt* const insert = bare.prepare(
       "INSERT INTO code_chunks (rowid, text, start_line, end_line, exact) VALUES (?, ?, ?, ?, 1)");
   std::mt19937 random(1);
-  for (std::int64_t number = 0; number < CHUNKS; ++number) {
+  for (std::int64_t number = 0; number < size.chunks; ++number) {
     const std::string text = chunk_text(random);
-    const std::int64_t ordinal = number / FILES;
-    sqlite3_bind_int64(insert, 1, (number % FILES + 1) * 1048576 + ordinal);
+    const std::int64_t ordinal = number / size.files;
+    sqlite3_bind_int64(insert, 1, (number % size.files + 1) * 1048576 + ordinal);
     bind_text(insert, 2, text);
     sqlite3_bind_int64(insert, 3, ordinal * 30 + 1);
     sqlite3_bind_int64(insert, 4, ordinal * 30 + 30);
@@ -77,7 +89,7 @@ double seconds(const Way& way) {
   if (way.before) way.before();
   const auto start = std::chrono::steady_clock::now();
   way.run();
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  return seconds_since(start);
 }
 
 }  // namespace
@@ -132,38 +144,45 @@ void BareConnection::check(int code, int expected) const {
   if (code != expected) throw std::runtime_error(sqlite3_errmsg(_db));
 }
 
-Symbol symbol(std::int64_t number) {
+Symbol symbol(std::int64_t number, const Size& size) {
   static constexpr std::array<const char*, 4> KINDS = {"function", "method", "class", "variable"};
   static constexpr std::array<const char*, 4> VERBS = {"read_", "parse_header_of_", "is_",
                                                        "write_"};
   const auto choice = static_cast<std::size_t>(number % 4);
   return {.id = number,
-          .file_id = (number - 1) * FILES / SYMBOLS + 1,
+          .file_id = (number - 1) * size.files / size.symbols + 1,
           .name = VERBS[choice] + std::to_string(number),
           .kind = KINDS[choice],
           .start_line = number % 50 * 40 + 1,
           .end_line = number % 50 * 40 + 30};
 }
 
-void make_index(const std::filesystem::path& path, Contents contents) {
+void make_index(const std::filesystem::path& path, const Size& size) {
   Database db(path);
   db.connect();
   db.create_schema();
   db.close();
   BareConnection bare(path);
   bare.run("BEGIN");
-  fill_files(bare);
-  if (contents >= Contents::Symbols) fill_symbols(bare);
-  if (contents == Contents::All) fill_chunks(bare);
+  fill_files(bare, size);
+  fill_symbols(bare, size);
+  fill_edges(bare, size);
+  fill_chunks(bare, size);
   bare.run("COMMIT");
   bare.run("PRAGMA wal_checkpoint(TRUNCATE)");
+}
+
+std::filesystem::path copy_index(const std::filesystem::path& from,
+                                 const std::filesystem::path& to) {
+  std::filesystem::copy_file(from, to, std::filesystem::copy_options::overwrite_existing);
+  return to;
 }
 
 const std::filesystem::path& shared_index() {
   static const TempDirectory directory;
   static const std::filesystem::path path = [] {
     std::filesystem::path made = directory / "index.db";
-    make_index(made);
+    make_index(made, SHARED);
     return made;
   }();
   return path;
@@ -247,6 +266,10 @@ void report(benchmark::State& state, const std::string& name, std::vector<double
     state.counters[name + "_high"] = quantile(values, 0.75);
   }
   state.counters[name] = quantile(std::move(values), 0.5);
+}
+
+double seconds_since(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
 double quantile(std::vector<double> values, double quantile) {

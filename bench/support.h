@@ -3,6 +3,7 @@
 #include <benchmark/benchmark.h>
 #include <sqlite3.h>
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -66,9 +67,16 @@ class BareConnection {
 
 // The dataset ------------------------------------------------------------------------------------
 
-inline constexpr std::int64_t FILES = 2000;
-inline constexpr std::int64_t SYMBOLS = 100'000;
-inline constexpr std::int64_t CHUNKS = 10'000;
+/// How many rows an index file has in each table; symbols, edges and chunks are spread evenly.
+struct Size {
+  std::int64_t files;
+  std::int64_t symbols;
+  std::int64_t edges = 0;
+  std::int64_t chunks = 0;
+};
+
+/// The file that queries only read.
+inline constexpr Size SHARED = {.files = 2000, .symbols = 100'000, .chunks = 10'000};
 
 /// The columns of a symbol that the benchmarks read; every way reads each of them.
 struct Symbol {
@@ -80,17 +88,18 @@ struct Symbol {
   std::int64_t end_line;
 };
 
-/// The symbol of this number, from 1; the same in every run.
-Symbol symbol(std::int64_t number);
+/// The symbol of this number, from 1, in a file of that size.
+Symbol symbol(std::int64_t number, const Size& size = SHARED);
 
-/// How much of the dataset a file holds: each includes those before it.
-enum class Contents { Files, Symbols, All };
+/// Makes an index file: its tables by the layer's own `create_schema`, its rows through the C
+/// interface. The same rows in every run.
+void make_index(const std::filesystem::path& path, const Size& size);
 
-/// Makes an index file with the dataset in it: its tables by the layer's own `create_schema`, its
-/// rows through the C interface.
-void make_index(const std::filesystem::path& path, Contents contents = Contents::All);
+/// Copies an index file that nobody has open, over what `to` names; returns `to`.
+std::filesystem::path copy_index(const std::filesystem::path& from,
+                                 const std::filesystem::path& to);
 
-/// The file that is only read; made on first use, once per run.
+/// The path of a file of the size `SHARED`; made on first use, once per run.
 const std::filesystem::path& shared_index();
 
 /// Binds without a copy: the values stay until the statement has run.
@@ -129,6 +138,9 @@ void compare(benchmark::State& state, std::int64_t operations, double limit, con
 
 /// Adds a value, or the median and the quartiles of several, to the counters of `state`.
 void report(benchmark::State& state, const std::string& name, std::vector<double> values);
+
+/// The seconds since `start`.
+double seconds_since(std::chrono::steady_clock::time_point start);
 
 /// The value below which the share `quantile` of `values` lies.
 double quantile(std::vector<double> values, double quantile);

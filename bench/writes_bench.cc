@@ -14,6 +14,8 @@ constexpr const char* INSERT =
     "INSERT INTO symbols (id, file_id, name, kind, start_line, end_line) VALUES (?, ?, ?, ?, ?, ?)";
 constexpr const char* UPDATE = "UPDATE files SET hash = ? WHERE id = ?";
 
+constexpr std::int64_t FILES = SHARED.files;
+
 /// What the rows to insert are before they are bound: the same values in each way's own form.
 struct Rows {
   std::vector<Symbol> symbols;
@@ -33,12 +35,8 @@ struct Rows {
 void executemany(benchmark::State& state) {
   const TempDirectory directory;
   const std::filesystem::path empty = directory / "empty.db";
-  make_index(empty, Contents::Files);
-  const auto fresh = [&](const char* name) {
-    const std::filesystem::path path = directory / name;
-    std::filesystem::copy_file(empty, path, std::filesystem::copy_options::overwrite_existing);
-    return path;
-  };
+  make_index(empty, {.files = FILES, .symbols = 0});
+  const auto fresh = [&](const char* name) { return copy_index(empty, directory / name); };
   const Rows rows(state.range(0));
 
   std::optional<BareConnection> bare;
@@ -104,7 +102,7 @@ void autocommit_write(benchmark::State& state) {
   const TempDirectory directory;
   const auto made = [&](const char* name) {
     const std::filesystem::path path = directory / name;
-    make_index(path, Contents::Files);
+    make_index(path, {.files = FILES, .symbols = 0});
     return path;
   };
   const auto each_file = [](auto write) {
