@@ -41,10 +41,6 @@ Connection::Connection(const std::filesystem::path& path, Mode mode)
     sqlite3_extended_result_codes(db, 1);
     sqlite3_busy_timeout(db, static_cast<int>(BUSY_TIMEOUT.count()));
     sqlite3_db_config(db, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
-    if (mode == Mode::ReadOnly) return;
-    for (const std::string_view sql : {"BEGIN", "COMMIT", "ROLLBACK"}) {
-      _state->cache.park(Statement::prepare(db, sql, Statement::Use::Kept));
-    }
   } catch (...) {
     _state->close();
     throw;
@@ -83,6 +79,12 @@ void Connection::close() {
 void Connection::set_busy_timeout(std::chrono::milliseconds timeout) noexcept {
   const auto guard = _state->lock();
   if (_state->db != nullptr) sqlite3_busy_timeout(_state->db, static_cast<int>(timeout.count()));
+}
+
+void Connection::prepare_to_roll_back() {
+  const auto guard = _state->lock();
+  if (_state->db == nullptr) throw ProgrammingError("Cannot operate on a closed database.");
+  _state->rollback = Statement::prepare(_state->db, "ROLLBACK");
 }
 
 void Connection::roll_back() noexcept {

@@ -37,9 +37,8 @@ class VELDRA_EXPORT Connection {
 
   static constexpr std::chrono::milliseconds BUSY_TIMEOUT{5000};
 
-  /// Opens `path`, a plain file name. `ReadWrite` creates the file when it is missing and prepares
-  /// BEGIN, COMMIT and ROLLBACK ahead, so that ending a transaction needs no memory.
-  /// Throws `Error` ("unable to open database file").
+  /// Opens `path`, a plain file name; `ReadWrite` creates the file when it is missing. Throws
+  /// `Error` ("unable to open database file").
   explicit Connection(const std::filesystem::path& path, Mode mode = Mode::ReadWrite);
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
@@ -58,6 +57,10 @@ class VELDRA_EXPORT Connection {
 
   /// How long a statement waits for a locked file before it throws; `BUSY_TIMEOUT` at first.
   void set_busy_timeout(std::chrono::milliseconds timeout) noexcept;
+
+  /// Before a transaction begins: its `roll_back` then needs no memory. Every time anew, because a
+  /// change of settings makes SQLite prepare its statements again when they run.
+  void prepare_to_roll_back();
 
   /// Runs ROLLBACK without an exception. What it cannot end for want of memory is ended before the
   /// connection's next statement, so that no later write is acknowledged inside it.

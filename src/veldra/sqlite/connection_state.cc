@@ -51,17 +51,17 @@ void ConnectionState::take_back(std::unique_ptr<Statement> statement) noexcept {
 }
 
 int ConnectionState::roll_back() noexcept {
-  std::unique_ptr<Statement> statement = cache.take("ROLLBACK");
   int code = SQLITE_MISUSE;
-  if (statement) {
-    code = sqlite3_step(statement->get());
-    cache.park(std::move(statement));
+  if (rollback) {
+    code = sqlite3_step(rollback->get());
+    rollback->reset();
   }
   owes_rollback = sqlite3_get_autocommit(db) == 0;
   return code == SQLITE_DONE ? SQLITE_OK : code;
 }
 
 void ConnectionState::settle() {
+  if (!rollback) rollback = Statement::prepare(db, "ROLLBACK");
   const int code = roll_back();
   if (owes_rollback) fail(code);
 }
@@ -75,6 +75,7 @@ int ConnectionState::close() noexcept {
   if (db == nullptr) return SQLITE_OK;
   for (Statement* statement : lent) statement->finalize();
   cache.clear();
+  rollback.reset();
   const int code = sqlite3_close(db);  // not _v2: a zombie would keep file, log and locks
   if (code == SQLITE_OK) db = nullptr;
   return code;

@@ -29,7 +29,7 @@ struct ConnectionState {
   /// writes that follow would be acknowledged inside it, and lost.
   void settle();
 
-  /// Runs the ROLLBACK that was prepared ahead; returns SQLite's code.
+  /// Runs `rollback`; returns SQLite's code.
   int roll_back() noexcept;
 
   /// Throws the error of `code` with SQLite's message, and notes whether the connection is damaged.
@@ -50,6 +50,7 @@ struct ConnectionState {
   bool damaged = false;
   bool owes_rollback = false;
   StatementCache cache;
+  std::unique_ptr<Statement> rollback;  // prepared ahead; none before the first transaction
   std::vector<Statement*> lent;  // to be finished when the connection closes under its cursors
 };
 

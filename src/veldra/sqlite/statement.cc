@@ -67,7 +67,7 @@ std::string_view skip_blank_sql(std::string_view sql) noexcept {
   return sql;
 }
 
-std::unique_ptr<Statement> Statement::prepare(sqlite3* db, std::string_view sql, Use use) {
+std::unique_ptr<Statement> Statement::prepare(sqlite3* db, std::string_view sql) {
   if (sql.find('\0') != std::string_view::npos) {
     throw ProgrammingError(
         "the SQL text contains a NUL character: bind such a value as a parameter");
@@ -79,7 +79,7 @@ std::unique_ptr<Statement> Statement::prepare(sqlite3* db, std::string_view sql,
   const char* tail = nullptr;
   const auto compile = [&] {
     return sqlite3_prepare_v3(db, sql.data(), static_cast<int>(sql.size()),
-                              use == Use::Cached ? SQLITE_PREPARE_PERSISTENT : 0, &raw, &tail);
+                              SQLITE_PREPARE_PERSISTENT, &raw, &tail);
   };
   int code = compile();
   bool trusts_schema = false;
@@ -98,15 +98,14 @@ std::unique_ptr<Statement> Statement::prepare(sqlite3* db, std::string_view sql,
   if (!skip_blank_sql(sql.substr(used)).empty()) {
     throw ProgrammingError("the SQL text holds more than one statement: run them one by one");
   }
-  std::unique_ptr<Statement> statement(new Statement(raw, sql, use, trusts_schema));
+  std::unique_ptr<Statement> statement(new Statement(raw, sql, trusts_schema));
   on_error.statement = nullptr;
   return statement;
 }
 
-Statement::Statement(sqlite3_stmt* statement, std::string_view sql, Use use, bool trusts_schema)
+Statement::Statement(sqlite3_stmt* statement, std::string_view sql, bool trusts_schema)
     : _statement(statement),
       _sql(sql),
-      _use(use),
       _parameters(sqlite3_bind_parameter_count(statement)),
       _only_reads(sqlite3_stmt_readonly(statement) != 0),
       _counts_changes(!_only_reads && begins_with_change(skip_blank_sql(sql))),
@@ -174,10 +173,7 @@ void StatementCache::park(std::unique_ptr<Statement> statement) noexcept {
   statement->reset();
   const std::size_t length = statement->sql().size();
   _parked.push_back({length, std::move(statement)});
-  if (_parked.size() <= CAPACITY) return;
-  const auto oldest =
-      std::ranges::find_if(_parked, [](const Parked& parked) { return !parked.statement->kept(); });
-  if (oldest != _parked.end()) _parked.erase(oldest);
+  if (_parked.size() > CAPACITY) _parked.erase(_parked.begin());
 }
 
 }  // namespace veldra

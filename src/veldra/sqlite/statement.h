@@ -16,18 +16,9 @@ namespace veldra {
 /// One prepared statement and what is known of it. Internal; the connection's mutex guards it.
 class Statement {
  public:
-  enum class Use {
-    Cached,
-    /// For as long as the connection is open, beside the cache's bound. When a change of settings
-    /// makes SQLite prepare it again, it does so in memory set aside for the connection
-    /// (https://www.sqlite.org/malloc.html#lookaside).
-    Kept
-  };
-
   /// Prepares the one statement of `sql`; returns none for a text without any.
   /// Throws `Error` of SQLite, `ProgrammingError` for a second statement or a NUL byte.
-  static std::unique_ptr<Statement> prepare(sqlite3* db, std::string_view sql,
-                                            Use use = Use::Cached);
+  static std::unique_ptr<Statement> prepare(sqlite3* db, std::string_view sql);
 
   Statement(const Statement&) = delete;
   Statement& operator=(const Statement&) = delete;
@@ -55,8 +46,6 @@ class Statement {
   /// would do nothing (https://www.sqlite.org/pragma.html#pragma_compilation).
   bool reusable() const noexcept { return _reusable; }
 
-  bool kept() const noexcept { return _use == Use::Kept; }
-
   /// Makes it ready for its next run, with no parameter bound.
   void reset() noexcept;
 
@@ -64,11 +53,10 @@ class Statement {
   void finalize() noexcept;
 
  private:
-  Statement(sqlite3_stmt* statement, std::string_view sql, Use use, bool trusts_schema);
+  Statement(sqlite3_stmt* statement, std::string_view sql, bool trusts_schema);
 
   sqlite3_stmt* _statement;
   std::string _sql;
-  Use _use;
   int _parameters;
   bool _only_reads;
   bool _counts_changes;

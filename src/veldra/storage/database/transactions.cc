@@ -46,6 +46,7 @@ void Database::_outermost_scope(const std::function<void(Cursor&)>& body) {
   try {
     _tx_depth = 1;
     _tx_owner = std::this_thread::get_id();
+    writer->prepare_to_roll_back();
     cursor.execute("BEGIN");
     body(cursor);
     cursor.execute("COMMIT");
