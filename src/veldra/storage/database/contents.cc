@@ -100,6 +100,17 @@ void drop(Cursor& cursor, const std::vector<Index>& indexes) {
   }
 }
 
+/// Gives the rows of ANALYZE's tables another index name, `idx` being the one they have: DROP INDEX
+/// deletes those of its index, and nothing would bring them back.
+void rename_statistics(Cursor& cursor, std::string_view new_name) {
+  for (const std::string_view table : {"sqlite_stat1", "sqlite_stat4"}) {
+    cursor.execute("SELECT 1 FROM main.sqlite_master WHERE name = ?", {table});
+    if (cursor.fetchone()) {
+      cursor.execute(concat({"UPDATE main.", table, " SET idx = ", new_name}));
+    }
+  }
+}
+
 /// A staging file must be a database file of its own: SQLite would wait for ever on a pipe, and
 /// would empty the live index if it were its own staging file.
 void check_staging(const std::filesystem::path& staging_path,
@@ -222,6 +233,7 @@ RowCounts Database::_replace_contents(Connection& writer) {
     const bool copy_chunks = _empty_code_chunks(cursor) && _has_code_chunks(cursor, "stg");
     // Keeping an index up to date row by row costs more than making it once from all rows.
     const std::vector<Index> indexes = plain_indexes(cursor);
+    rename_statistics(cursor, "'kept ' || idx");
     drop(cursor, indexes);
     delete_all(cursor);
     for (std::size_t i = 0; i < FILLING_ORDER.size(); ++i) {
@@ -231,6 +243,7 @@ RowCounts Database::_replace_contents(Connection& writer) {
       counts.add(table, inserted(cursor));
     }
     for (const Index& index : indexes) cursor.execute(index.sql);
+    rename_statistics(cursor, "substr(idx, length('kept ') + 1)");
     if (copy_chunks) {
       cursor.execute(COPY_CHUNKS);
       counts.add("code_chunks", inserted(cursor));
