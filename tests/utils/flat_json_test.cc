@@ -6,6 +6,8 @@
 #include <limits>
 #include <random>
 
+#include "support/split.h"
+
 namespace veldra {
 namespace {
 
@@ -29,8 +31,7 @@ TEST(FlatJsonTest, ReadsOneObjectOfIntegers) {
        {{std::string("\0\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80", 10), 1}}},
       {"{\"\xf0\x9f\x98\x80\": 1}", {{"\xf0\x9f\x98\x80", 1}}},
       {R"({"\udcff": 1})", {{"\xff", 1}}},
-      {R"({"\ud800x": 1})", {{"\xed\xa0\x80x", 1}}},
-  };
+      {R"({"\ud800x": 1})", {{"\xed\xa0\x80x", 1}}}};
   for (const auto& [text, members] : cases) {
     SCOPED_TRACE(text);
     const std::optional<Members> parsed = parse_flat_json(text);
@@ -41,56 +42,15 @@ TEST(FlatJsonTest, ReadsOneObjectOfIntegers) {
 
 TEST(FlatJsonTest, RefusesEverythingElse) {
   static constexpr std::string_view cases[] = {
-      "",
-      " ",
-      "{",
-      "}",
-      "[]",
-      "7",
-      "null",
-      "\"a\"",
-      "{}{}",
-      "{} x",
-      "{,}",
-      "\xef\xbb\xbf{}",
-      R"({"a"})",
-      R"({"a":})",
-      R"({"a":1,})",
-      R"({"a":1 "b":2})",
-      R"({a:1})",
-      R"({'a':1})",
-      R"({"a":true})",
-      R"({"a":null})",
-      R"({"a":"1"})",
-      R"({"a":[1]})",
-      R"({"a":{}})",
-      R"({"a":1.0})",
-      R"({"a":1e3})",
-      R"({"a":1E0})",
-      R"({"a":01})",
-      R"({"a":-01})",
-      R"({"a":-})",
-      R"({"a":+1})",
-      R"({"a":0x1})",
-      R"({"a":9223372036854775808})",
-      R"({"a":-9223372036854775809})",
-      R"({"a:1})",
-      R"({"a\":1})",
-      R"({"\x":1})",
-      R"({"\u12":1})",
-      R"({"\u12g4":1})",
-      R"({"\u-123":1})",
-      "{\"\n\":1}",
-      "{\"\xff\":1}",
-      "{\"\xc0\x80\":1}",
-      "{\"\xed\xa0\x80\":1}",
-      "{\"\xf4\x90\x80\x80\":1}",
-      "{\"\xe2\x82\":1}",
-      "{\"a\":1",
-      "{\"\\",
-      "{\"\\u",
-  };
-  for (const std::string_view text : cases) EXPECT_FALSE(parse_flat_json(text)) << text;
+      R"( ;{;};[];7;null;"a";{}{};{} x;{,};{"a"};{"a":};{"a":1,};{"a":1 "b":2};{a:1};{'a':1})",
+      R"({"a":true};{"a":null};{"a":"1"};{"a":[1]};{"a":{}};{"a":1.0};{"a":1e3};{"a":1E0})",
+      R"({"a":01};{"a":-01};{"a":-};{"a":+1};{"a":0x1};{"a":1;{"a":9223372036854775808})",
+      R"({"a":-9223372036854775809};{"a:1};{"a\":1};{"\x":1};{"\u12":1};{"\u12g4":1};{"\u-123":1})",
+      "{\"\n\":1};{\"\xff\":1};{\"\xc0\x80\":1};{\"\xed\xa0\x80\":1};{\"\xf4\x90\x80\x80\":1}",
+      "\xef\xbb\xbf{};{\"\xe2\x82\":1};{\"\\;{\"\\u;{\"\\u0"};
+  for (const std::string_view row : cases)
+    for (const std::string_view text : split(row, ";")) EXPECT_FALSE(parse_flat_json(text)) << text;
+  EXPECT_FALSE(parse_flat_json(""));
   EXPECT_FALSE(parse_flat_json(std::string_view("{}\0", 3))) << "a NUL is no white space";
 }
 

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <future>
-#include <limits>
 
 #include "support/database_test_access.h"
 #include "support/finished.h"
@@ -11,6 +10,7 @@
 #include "support/old_file.h"
 #include "support/statement_watch.h"
 #include "support/temp_database.h"
+#include "veldra/utils/flat_json.h"
 
 namespace veldra {
 namespace {
@@ -62,98 +62,53 @@ TEST(GenerationTest, AStampOfUnknownFormatIsNoneWithOneWarning) {
 TEST(GenerationTest, RefreshMarksTheFilesOfChangedLanguagesAndRecordsTheVersions) {
   struct Case {
     const char* why;
-    Value stored;
-    ExtractorVersions versions;
-    std::int64_t marked;
-    std::string stamp;
-    std::string stale;
-    std::vector<std::string> lines;
+    const char* stored;    // none: no stamp
+    const char* versions;  // in the stored form
+    const char* stamp;     // afterwards
+    const char* changed;   // as the log names them; none: no line
+    const char* stale;
   };
-  const std::string changed = "INFO storage/database: Extractor changed for ";
-  const auto unknown = [](std::string_view text) {
-    return "WARNING storage/database: Extractor stamp '" + std::string(text) +
-           "' has an unknown format; treating it as absent";
-  };
-  const ExtractorVersions both = {{"kotlin", 1}, {"typescript", 3}};
-  const std::string both_stored = R"({"kotlin": 1, "typescript": 3})";
-  const std::string other_form = "{ \"typescript\":3,\"kotlin\":1 }";
-  const Case cases[] = {
-      {"no stamp: every language is new",
-       nullptr,
-       both,
-       3,
-       both_stored,
-       "a.kt b.kt c.ts",
-       {changed + "kotlin, typescript: 3 files marked for re-indexing"}},
-      {"nothing new", both_stored, both, 0, both_stored, "NULL", {}},
-      {"another form of the same", other_form, both, 0, other_form, "NULL", {}},
-      {"a language dropped",
-       both_stored,
-       {{"typescript", 3}},
-       0,
-       R"({"typescript": 3})",
-       "NULL",
-       {}},
-      {"one newer, one without files",
-       R"({"typescript": 3})",
-       {{"ruby", 1}, {"typescript", 4}},
-       1,
-       R"({"ruby": 1, "typescript": 4})",
-       "c.ts",
-       {changed + "ruby, typescript: 1 files marked for re-indexing"}},
-      {"an older extractor counts too",
-       both_stored,
-       {{"kotlin", 0}, {"typescript", 3}},
-       2,
-       R"({"kotlin": 0, "typescript": 3})",
-       "a.kt b.kt",
-       {changed + "kotlin: 2 files marked for re-indexing"}},
-      {"only languages without files", nullptr, {{"ruby", 1}}, 0, R"({"ruby": 1})", "NULL", {}},
-      {"no versions and no stamp", nullptr, {}, 0, "", "NULL", {}},
-      {"no versions any more", R"({"typescript": 3})", {}, 0, "{}", "NULL", {}},
-      {"no JSON",
-       "soup",
-       {{"typescript", 3}},
-       1,
-       R"({"typescript": 3})",
-       "c.ts",
-       {unknown("soup"), changed + "typescript: 1 files marked for re-indexing"}},
-      {"unknown values and no versions",
-       R"({"a": true})",
-       {},
-       0,
-       R"({"a": true})",
-       "NULL",
-       {unknown(R"({"a": true})")}},
-      {"a number in place of a text",
-       12,
-       {{"ruby", 1}},
-       0,
-       R"({"ruby": 1})",
-       "NULL",
-       {unknown("12")}},
-      {"names beyond ASCII",
-       nullptr,
-       {{"c\xc3\xa9\xf0\x9f\x98\x80\xff\"", 1}},
-       0,
-       R"({"c\u00e9\ud83d\ude00\udcff\"": 1})",
-       "NULL",
-       {}},
-  };
-  for (const Case& one : cases) {
-    SCOPED_TRACE(one.why);
+  static constexpr const char* both = R"({"kotlin": 1, "typescript": 3})";
+  static constexpr const char* odd = "{ \"typescript\":3,\"kotlin\":1 }";
+  static constexpr const char* one = R"({"typescript": 3})";
+  static constexpr const char* more = R"({"ruby": 1, "typescript": 4})";
+  static constexpr const char* ruby = R"({"ruby": 1})";
+  static constexpr const char* far = R"({"c\u00e9\ud83d\ude00\udcff\"": 1})";
+  static constexpr Case cases[] = {
+      {"no stamp", nullptr, both, both, "kotlin, typescript: 3", "a.kt b.kt c.ts"},
+      {"nothing new", both, both, both, nullptr, "NULL"},
+      {"another form of the same stays", odd, both, odd, nullptr, "NULL"},
+      {"a language dropped", both, one, one, nullptr, "NULL"},
+      {"one newer, one without files", one, more, more, "ruby, typescript: 1", "c.ts"},
+      {"only languages without files", nullptr, ruby, ruby, nullptr, "NULL"},
+      {"no versions and no stamp", nullptr, "{}", "", nullptr, "NULL"},
+      {"no versions any more", one, "{}", "{}", nullptr, "NULL"},
+      {"an unknown format is no stamp", "soup", one, one, "typescript: 1", "c.ts"},
+      {"and equal to no versions", "12", "{}", "12", nullptr, "NULL"},
+      {"names beyond ASCII and UTF-8", nullptr, far, far, nullptr, "NULL"}};
+  for (const auto& [why, stored, versions, stamp, changed, stale] : cases) {
+    SCOPED_TRACE(why);
     TempDatabase db;
     db->execute(
         "INSERT INTO files (path, language, hash) VALUES ('a.kt', 'kotlin', '1'),"
         " ('b.kt', 'kotlin', '2'), ('c.ts', 'typescript', '3'), ('d', 'Kotlin', '4')");
-    if (!one.stored.is_null())
-      db->execute("INSERT INTO schema_info VALUES ('extractor_versions', ?)", {one.stored});
+    if (stored != nullptr)
+      db->execute("INSERT INTO schema_info VALUES ('extractor_versions', ?)", {stored});
+    std::vector<std::string> lines;
+    if (stored != nullptr && !parse_flat_json(stored))
+      lines.push_back(std::string("WARNING storage/database: Extractor stamp '") + stored +
+                      "' has an unknown format; treating it as absent");
+    if (changed != nullptr)
+      lines.push_back(std::string("INFO storage/database: Extractor changed for ") + changed +
+                      " files marked for re-indexing");
+    const ExtractorVersions current = parse_flat_json(versions).value();
     const LogCapture log;
-    EXPECT_EQ(db->refresh_extractor_stamp(one.versions), one.marked);
-    EXPECT_EQ(dump(*db, STAMP), one.stamp);
-    EXPECT_EQ(dump(*db, STALE), one.stale);
-    EXPECT_EQ(log.lines(), one.lines);
-    EXPECT_EQ(db->refresh_extractor_stamp(one.versions), 0) << "the stamp was not read as written";
+    const std::int64_t marked = db->refresh_extractor_stamp(current);
+    EXPECT_EQ(marked, dump(*db, "SELECT count(*) FROM files WHERE hash = 'stale'")[0] - '0');
+    EXPECT_EQ(dump(*db, STAMP), stamp);
+    EXPECT_EQ(dump(*db, STALE), stale);
+    EXPECT_EQ(log.lines(), lines);
+    EXPECT_EQ(db->refresh_extractor_stamp(current), 0) << "the stamp was not read as written";
   }
 }
 
