@@ -9,12 +9,15 @@
 namespace veldra::tool {
 
 int errors(const Options& options, const std::optional<std::string>& file) {
-  const IndexPlace place = find_index(options.directory, options.db);
+  // A directory where the file may be left out is the repository.
+  const bool only_directory = file && std::filesystem::is_directory(*file);
+  const IndexPlace place =
+      find_index(only_directory ? std::filesystem::path(*file) : options.directory, options.db);
   OpenIndex index = OpenIndex::existing(place);
   const std::vector<Row> rows = index->fetchall(
       "SELECT file_path, line, error_type, message FROM index_errors"
       " WHERE ?1 IS NULL OR file_path = ?1 ORDER BY file_path, line, id",
-      {file});
+      {only_directory ? std::nullopt : file});
   if (options.json) {
     Json json = Json::array();
     for (const Row& row : rows) {

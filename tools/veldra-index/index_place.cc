@@ -39,6 +39,20 @@ std::string holder(int fd) {
   return pid.empty() ? "another process" : "process " + pid;
 }
 
+/// True for a database with tables of which none is an index's: opening it would add them.
+bool is_foreign(const fs::path& db) {
+  std::error_code error;
+  if (!fs::exists(db, error)) return false;
+  try {
+    Connection connection(db, Connection::Mode::ReadOnly);
+    const auto row =
+        connection.execute("SELECT count(*), total(name = 'files') FROM sqlite_master").fetchone();
+    return (*row)[0].as_integer() > 0 && (*row)[1].as_real() == 0;
+  } catch (const Error&) {
+    return false;  // the opening that follows says why
+  }
+}
+
 bool is_same_file(int fd, const fs::path& path) {
   struct stat open_file {};
   struct stat named_file {};
@@ -87,6 +101,9 @@ IndexPlace find_index(const fs::path& directory, const std::optional<fs::path>& 
 }
 
 OpenIndex::OpenIndex(const fs::path& db) : _database(std::make_unique<Database>(db)) {
+  if (is_foreign(db)) {
+    throw Failure(db.string() + " is another program's database; name another file with --db FILE");
+  }
   _database->connect();
   _database->create_schema();
   _database->migrate_schema();

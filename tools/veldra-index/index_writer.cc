@@ -47,12 +47,9 @@ IndexWriter::IndexWriter(Cursor& cursor, const std::vector<std::string_view>& pa
 }
 
 void IndexWriter::_load() {
-  _cursor.execute(
-      "SELECT f.path, f.id, s.id FROM files f"
-      " LEFT JOIN symbols s ON s.file_id = f.id AND s.kind = 'anchor'");
+  _cursor.execute("SELECT path, id FROM files");
   while (const std::optional<Row> row = _cursor.fetchone()) {
-    const std::int64_t anchor = (*row)[2].is_null() ? 0 : (*row)[2].as_integer();
-    _files.insert_or_assign(std::string((*row)[0].as_text()), File{(*row)[1].as_integer(), anchor});
+    _files.emplace((*row)[0].as_text(), File{(*row)[1].as_integer(), 0});
   }
   _had_files = !_files.empty();
   _cursor.execute("SELECT name, id FROM components");
@@ -94,6 +91,17 @@ void IndexWriter::record_problems(std::string_view path, const std::vector<FileP
   }
 }
 
+/// 0 when the file has none. It is the first of the file's symbols, so the search ends at once.
+std::int64_t IndexWriter::_anchor_of(File& file) {
+  if (file.anchor == 0 && _had_files) {
+    _cursor.execute(
+        "SELECT id FROM symbols WHERE file_id = ? AND kind = 'anchor' ORDER BY id LIMIT 1",
+        {file.id});
+    if (const std::optional<Row> row = _cursor.fetchone()) file.anchor = (*row)[0].as_integer();
+  }
+  return file.anchor;
+}
+
 /// The top folder; null for a file in the root.
 Value IndexWriter::_component_of(std::string_view path) {
   const std::size_t slash = path.find('/');
@@ -120,6 +128,7 @@ IndexWriter::File IndexWriter::_write_file(const ParsedFile& file) {
   const bool known = found != _files.end();
   File row = known ? found->second : File{_next_file++, 0};
   if (known) {
+    (void)_anchor_of(row);  // which is not cleared
     _clear(row);
     _cursor.execute(
         "UPDATE files SET language = ?, hash = ?, size = ?, component_id = ? WHERE id = ?",
@@ -130,7 +139,7 @@ IndexWriter::File IndexWriter::_write_file(const ParsedFile& file) {
         "?)",
         {row.id, file.path, file.language, file.source.stamp, file.source.size, component});
   }
-  if (row.anchor == 0) {
+  if (_anchor_of(row) == 0) {
     row.anchor = _next_symbol++;
     _symbols.add(row.anchor, row.id, file_name_of(file.path), file.path, "anchor", 1, file.lines,
                  nullptr);
@@ -176,7 +185,7 @@ void IndexWriter::_write_chunks(const ParsedFile& file, const File& row) {
 void IndexWriter::finish() {
   for (const PendingImport& import : _pending) {
     const auto target = _files.find(std::string(_paths[import.target]));
-    if (target != _files.end() && target->second.anchor != 0) {
+    if (target != _files.end() && _anchor_of(target->second) != 0) {
       _edges.add(import.anchor, target->second.anchor, line_or_null(import.line));
     } else {
       _external.add(import.file, import.module, line_or_null(import.line));

@@ -69,7 +69,7 @@ class IndexWriter {
  private:
   struct File {
     std::int64_t id = 0;
-    std::int64_t anchor = 0;
+    std::int64_t anchor = 0;  // 0 until it is looked up
   };
   struct PendingImport {
     std::int64_t file;
@@ -80,6 +80,7 @@ class IndexWriter {
   };
 
   void _load();
+  std::int64_t _anchor_of(File& file);
   Value _component_of(std::string_view path);
   void _clear(const File& file);
   File _write_file(const ParsedFile& file);

@@ -188,13 +188,14 @@ int run_command(Request& request) {
   try {
     return request.run();
   } catch (const Interrupted& interrupted) {
-    say("interrupted; the index is as before");
+    say("interrupted: the index is as before");
     return 128 + interrupted.signal_number;
   } catch (const Failure& failure) {
     say(failure.what());
     return failure.status;
   } catch (const std::exception& error) {
-    say(error_text(error, request.options.db ? request.options.db->string() : "index"));
+    const IndexPlace place = find_index(request.options.directory, request.options.db);
+    say(error_text(error, place.db.string()));
     return EXIT_FAILED;
   }
 }

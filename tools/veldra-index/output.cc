@@ -17,7 +17,8 @@ std::size_t width_of(std::string_view text) {
 }
 
 bool is_number(std::string_view text) {
-  return !text.empty() && text.find_first_not_of("0123456789.,-") == std::string_view::npos;
+  return text.find_first_of("0123456789") != std::string_view::npos &&
+         text.find_first_not_of("0123456789.,-") == std::string_view::npos;
 }
 
 std::string hexadecimal(std::span<const std::byte> bytes) {

@@ -14,6 +14,7 @@
 #include "veldra-index/ctags.h"
 #include "veldra-index/failure.h"
 #include "veldra-index/interrupt.h"
+#include "veldra-index/utf8.h"
 #include "veldra/storage/database.h"
 
 namespace veldra::tool {
@@ -107,6 +108,11 @@ class Worker {
     auto file = std::make_unique<ParsedFile>();
     file->position = position;
     file->path = pass_file.source.path;
+    if (find_invalid_utf8(file->path) != std::string_view::npos) {  // cannot be said in JSON
+      file->problems.push_back(
+          {"path_error", "the file's name is not UTF-8: rename it", std::nullopt});
+      return _ready.put(std::move(file));
+    }
     file->source = read_source(_root, pass_file.source);
     if (file->source.problem) file->problems.push_back(*file->source.problem);
     if (file->source.kind != SourceText::Kind::Text) return _ready.put(std::move(file));

@@ -15,6 +15,12 @@ namespace {
 
 /// How many identifiers a word may stand for.
 constexpr std::size_t MOST_NAMES = 50;
+/// How many matches are ranked: a word that is everywhere says little, and ranking all of it is
+/// slow.
+constexpr std::int64_t MOST_RANKED = 8000;
+
+constexpr std::string_view FROM_CHUNKS =
+    " FROM code_chunks JOIN files ON files.id = code_chunks.rowid / 1048576";
 
 struct Hit {
   std::string file;
@@ -35,7 +41,7 @@ class TextSearch {
     if (!query.match.empty()) _add_matches(query.match, query.literal);
     if (query.only_words) {
       if (!_full()) _add_matches(_match_of_parts(query.words), {});
-    } else if (!query.literal.empty() && _hits.empty()) {
+    } else if (query.match.empty() && !query.literal.empty()) {
       _scan(query.literal);
     }
     return std::move(_hits);
@@ -61,40 +67,56 @@ class TextSearch {
 
   void _add_matches(const std::string& match, const std::vector<std::string>& literal) {
     if (match.empty()) return;
-    std::string condition = "code_chunks MATCH ?";
-    Params parameters = {match};
-    for (const std::string& text : literal) {
-      condition += " AND code_chunks.text LIKE ? ESCAPE '\\'";
-      parameters.emplace_back(like_pattern(text));
+    Conditions conditions{"code_chunks MATCH ?", {match}};
+    _hold(conditions, literal);
+    if (literal.empty()) {
+      _rank_first(conditions);
+      _add("highlight(code_chunks, 0, char(2), char(3))", std::move(conditions), "rank", literal);
+    } else {
+      _add("text", std::move(conditions), "code_chunks.rowid", literal);
     }
-    _add("highlight(code_chunks, 0, char(2), char(3))", condition, "rank", parameters, literal);
   }
 
-  /// Text without a word in it, or with parts of words: every chunk is looked through.
+  /// Text without a word in it: every chunk is looked through, until there are enough.
   void _scan(const std::vector<std::string>& literal) {
-    std::string condition;
-    Params parameters;
-    for (const std::string& text : literal) {
-      condition += (condition.empty() ? "" : " AND ");
-      condition += "code_chunks.text LIKE ? ESCAPE '\\'";
-      parameters.emplace_back(like_pattern(text));
-    }
-    _add("code_chunks.text", condition, "code_chunks.rowid", parameters, literal);
+    Conditions conditions{"TRUE", {}};
+    _hold(conditions, literal);
+    _add("text", std::move(conditions), "code_chunks.rowid", literal);
   }
 
-  void _add(const std::string& text, const std::string& condition, const std::string& order,
-            Params parameters, const std::vector<std::string>& literal) {
-    std::string query = "SELECT code_chunks.rowid, files.path, start_line, " + text +
-                        " FROM code_chunks JOIN files ON files.id = code_chunks.rowid / 1048576"
-                        " WHERE " +
-                        condition;
-    if (_options.path) {
-      query += " AND path_glob(files.path, ?)";
-      parameters.emplace_back(*_options.path);
+  struct Conditions {
+    std::string text;
+    Params parameters;
+  };
+
+  void _hold(Conditions& conditions, const std::vector<std::string>& literal) const {
+    for (const std::string& text : literal) {
+      conditions.text += " AND text LIKE ? ESCAPE '\\'";
+      conditions.parameters.emplace_back(like_pattern(text));
     }
-    query += " ORDER BY " + order + " LIMIT ?";
-    parameters.emplace_back(_options.limit + static_cast<std::int64_t>(_seen.size()));
-    for (const Row& row : _index.fetchall(query, parameters)) {
+    if (_options.path) {
+      conditions.text += " AND path_glob(files.path, ?)";
+      conditions.parameters.emplace_back(*_options.path);
+    }
+  }
+
+  /// Leaves out what comes after the first `MOST_RANKED` matches.
+  static void _rank_first(Conditions& conditions) {
+    const std::string first = "SELECT code_chunks.rowid AS id" + std::string(FROM_CHUNKS) +
+                              " WHERE " + conditions.text + " LIMIT " + std::to_string(MOST_RANKED);
+    conditions.text += " AND code_chunks.rowid <= (SELECT max(id) FROM (" + first + "))";
+    const Params once = conditions.parameters;
+    conditions.parameters.insert(conditions.parameters.end(), once.begin(), once.end());
+  }
+
+  void _add(const std::string& text, Conditions conditions, const std::string& order,
+            const std::vector<std::string>& literal) {
+    const std::string query = "SELECT code_chunks.rowid, files.path, start_line, " + text +
+                              std::string(FROM_CHUNKS) + " WHERE " + conditions.text +
+                              " ORDER BY " + order + " LIMIT ?";
+    // What was seen before may come again.
+    conditions.parameters.emplace_back(_options.limit + static_cast<std::int64_t>(_seen.size()));
+    for (const Row& row : _index.fetchall(query, conditions.parameters)) {
       if (_full()) return;
       if (_seen.insert(row[0].as_integer()).second) _add_chunk(row, literal);
     }
@@ -102,6 +124,7 @@ class TextSearch {
 
   void _add_chunk(const Row& row, const std::vector<std::string>& literal) {
     std::vector<MarkedLine> lines = lines_of(row[3].as_text(), row[2].as_integer());
+    if (_options.context > 0) _add_neighbours(row[0].as_integer(), lines);
     if (!literal.empty()) {
       unmark(lines);  // the words of a literal stand elsewhere as well
       mark_texts(lines, literal);
@@ -114,6 +137,23 @@ class TextSearch {
       const auto last =
           line + 1 + static_cast<std::ptrdiff_t>(std::min(context, lines.size() - at - 1));
       _hits.push_back({std::string(row[1].as_text()), *line, {first, line}, {line + 1, last}});
+    }
+  }
+
+  /// Lines around a hit may lie in the file's chunk before or behind.
+  void _add_neighbours(std::int64_t chunk, std::vector<MarkedLine>& lines) {
+    static constexpr std::string_view QUERY =
+        "SELECT text, start_line FROM code_chunks WHERE rowid = ?";
+    const auto context = static_cast<std::ptrdiff_t>(_options.context);
+    if (const auto row = _index.fetchone(QUERY, {chunk - 1})) {
+      const auto before = lines_of((*row)[0].as_text(), (*row)[1].as_integer());
+      const auto count = std::min(context, std::ssize(before));
+      lines.insert(lines.begin(), before.end() - count, before.end());
+    }
+    if (const auto row = _index.fetchone(QUERY, {chunk + 1})) {
+      const auto after = lines_of((*row)[0].as_text(), (*row)[1].as_integer());
+      const auto count = std::min(context, std::ssize(after));
+      lines.insert(lines.end(), after.begin(), after.begin() + count);
     }
   }
 

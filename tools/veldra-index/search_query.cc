@@ -45,7 +45,8 @@ void add_term(SearchQuery& query, std::string_view term) {
     return;
   }
   query.literal.emplace_back(term);
-  if (has_word(term)) add_match(query, quote_term(term));
+  // The last word may go on: "foo->ba" is in "foo->bar".
+  if (has_word(term)) add_match(query, quote_term(term) + (is_word_byte(term.back()) ? "*" : ""));
 }
 
 void add_phrase(SearchQuery& query, std::string_view phrase) {

@@ -1,6 +1,7 @@
 // Listing the files of a repository.
 #include "veldra-index/walk.h"
 
+#include <spdlog/spdlog.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -17,7 +18,10 @@ namespace fs = std::filesystem;
 /// The paths that git names, relative to the root; none when this is no checkout that it lists.
 std::optional<std::vector<std::string>> git_paths(const fs::path& root) {
   try {
-    const std::vector<std::string> git = {"git", "-C", root.string()};
+    // A hook of another repository's git may be what runs this program.
+    const std::vector<std::string> git = {
+        "env", "-u", "GIT_DIR",    "-u", "GIT_WORK_TREE", "-u", "GIT_INDEX_FILE",
+        "git", "-C", root.string()};
     const auto run = [&git](std::vector<std::string> arguments) {
       arguments.insert(arguments.begin(), git.begin(), git.end());
       return run_program(arguments);
@@ -34,7 +38,7 @@ std::optional<std::vector<std::string>> git_paths(const fs::path& root) {
     }
     return paths;
   } catch (const std::system_error&) {
-    return std::nullopt;  // no git on this machine
+    return std::nullopt;  // no processes to be had
   }
 }
 
@@ -93,6 +97,13 @@ Tree walk_tree(const IndexPlace& place) {
     tree.from_git = true;
     for (const std::string& path : *paths) lister.add(path);
   } else {
+    std::error_code error;
+    if (fs::exists(place.root / ".git", error)) {
+      spdlog::warn(
+          "git does not list {0} (see `git -C {0} status`): all files that are not hidden are "
+          "indexed",
+          place.root.string());
+    }
     lister.add_folder("");
   }
   const auto by_path = [](const SourcePath& left, const SourcePath& right) {
