@@ -2,6 +2,7 @@
 #include <cassert>
 #include <chrono>
 #include <iomanip>
+#include <locale>
 #include <sstream>
 #include <utility>
 
@@ -131,6 +132,7 @@ Compaction Database::_skip_compaction(std::string_view kind, std::string_view re
 std::string _describe_shrinking(std::int64_t pages_released, std::int64_t size_before,
                                 std::int64_t size_after, std::chrono::duration<double> took) {
   std::ostringstream text;
+  text.imbue(std::locale::classic());  // the host's own would group the digits
   text << pages_released << " free pages released (" << size_before / _MIB << " -> "
        << size_after / _MIB << " MiB) in " << std::fixed << std::setprecision(1) << took.count()
        << 's';
