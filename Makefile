@@ -35,8 +35,10 @@ run: build ## index REPO (default: this one) into DB, then print its statistics 
 test: build ## run every test
 	@scripts/run-tests.sh release
 
-bench: build ## compare with the bare SQLite library, in one run
-	@$(BUILD)/bench/veldra_bench
+bench: build ## compare with the bare SQLite library, in one run; plots go to bench/report.html
+	@scripts/quietly.sh "Benchmarks" $(BUILD)/bench/veldra_bench \
+		--benchmark_out=$(BUILD)/bench/results.json --benchmark_out_format=json
+	@python3 bench/report.py $(BUILD)/bench/results.json bench/report.html
 
 reference: ## the API reference, build/reference/html/index.html (needs doxygen)
 	@mkdir -p build

@@ -8,7 +8,7 @@ packages=(
   libsqlite3-dev libspdlog-dev                        # the library
   libcli11-dev nlohmann-json3-dev universal-ctags     # the tool
   libgtest-dev libgmock-dev                           # the tests
-  libbenchmark-dev libsqlitecpp-dev                   # the benchmarks
+  libbenchmark-dev libsqlitecpp-dev python3           # the benchmarks
   dpkg-dev file                                       # the .deb package
 )
 if [ "${1:-}" = --ci ]; then
