@@ -23,6 +23,9 @@ struct DatabaseTestAccess {
   static void bump_index_generation(Database& db, Cursor* cursor = nullptr) {
     db._bump_index_generation(cursor);
   }
+  static Compaction convert_to_incremental(Database& db, const _Space& space) {
+    return db._convert_to_incremental(space);
+  }
   static void rewrite_pages(Database& db) { db._rewrite_pages(); }
 };
 

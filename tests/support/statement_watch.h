@@ -10,7 +10,8 @@
 
 namespace veldra {
 
-/// Calls `seen` with the text of each statement that begins on a connection.
+/// Calls `seen` with the text of each statement that begins on a connection, which may be closed
+/// but not destroyed meanwhile.
 class StatementWatch {
  public:
   StatementWatch(Connection& connection, std::function<void(std::string_view)> seen)
@@ -19,7 +20,9 @@ class StatementWatch {
   }
   StatementWatch(const StatementWatch&) = delete;
   StatementWatch& operator=(const StatementWatch&) = delete;
-  ~StatementWatch() { sqlite3_trace_v2(_connection.handle(), 0, nullptr, nullptr); }
+  ~StatementWatch() {
+    if (sqlite3* const open = _connection.handle()) sqlite3_trace_v2(open, 0, nullptr, nullptr);
+  }
 
  private:
   static int _traced(unsigned /*event*/, void* self, void* /*statement*/, void* text) {
