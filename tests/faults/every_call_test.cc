@@ -1,118 +1,17 @@
 // Whatever call into the system fails: a documented error, nothing half done, nothing left behind.
-#include <gtest/gtest.h>
 #include <sqlite3.h>
 
-#include <algorithm>
-#include <functional>
 #include <future>
-#include <map>
-#include <set>
 #include <string>
+#include <utility>
 
-#include "faults/index_file.h"
 #include "faults/measured.h"
+#include "faults/operations.h"
 #include "support/database_test_access.h"
 #include "support/fault_vfs.h"
-#include "support/finished.h"
-#include "support/log_capture.h"
-#include "support/old_file.h"
-#include "support/temp_database.h"
 
 namespace veldra {
 namespace {
-
-using Path = std::filesystem::path;
-
-void make_nothing(const Path& /*directory*/) {}
-void make_live(const Path& directory) {
-  make_index(directory / "index.db", "old");
-}
-void make_live_and_staging(const Path& directory) {
-  make_live(directory);
-  make_index(directory / "staging.db", "new");
-}
-void make_old(const Path& directory) {
-  make_old_file(directory / "index.db", 10);
-}
-void make_space(const Path& directory, std::string_view auto_vacuum) {
-  make_small_pages(directory / "index.db", auto_vacuum);
-  make_live(directory);
-  leave_free_pages(directory / "index.db");
-}
-
-std::string pragma(Database& db, const std::string& name) {
-  return dump(db, "PRAGMA " + name);
-}
-
-struct Operation {
-  std::string name;
-  std::function<void(const Path& directory)> make;
-  std::function<void(Database& db)> run;
-  bool on_open_database = true;
-  std::function<bool(Database& db)> done = {};  // beside what the rows say
-
-  friend std::ostream& operator<<(std::ostream& out, const Operation& it) { return out << it.name; }
-};
-
-const Operation OPERATIONS[] = {
-    {"connect to a new file", make_nothing, &Database::connect, false},
-    {"connect", make_live, &Database::connect, false},
-    {"create_schema", make_nothing, &Database::create_schema},
-    {"migrate_schema with page rewrite", make_old,
-     [](Database& db) {
-       db.create_schema();
-       db.migrate_schema();
-     },
-     true, [](Database& db) { return pragma(db, "page_size") == "8192"; }},
-    {"transaction", make_live,
-     [](Database& db) {
-       db.transaction([](Cursor& cursor) {
-         cursor.execute("UPDATE files SET hash = hash || '+'");
-         cursor.execute("UPDATE code_chunks SET text = text || ' more'");
-         cursor.execute("DELETE FROM files WHERE id = 3");
-       });
-     }},
-    {"execute", make_live,
-     [](Database& db) { db.execute("UPDATE symbols SET fqn = ifnull(fqn, '') || name"); }},
-    {"executemany", make_live,
-     [](Database& db) {
-       db.executemany("INSERT OR REPLACE INTO kept VALUES (?, 'many', ?)",
-                      {{2, "b"}, {3, "c"}, {4, "d"}});
-     }},
-    {"fetchall", make_live,
-     [](Database& db) {
-       EXPECT_EQ(db.fetchall("SELECT * FROM symbols JOIN files ON files.id = file_id").size(), 20);
-     }},
-    {"index_generation", make_live, [](Database& db) { EXPECT_EQ(db.index_generation(), 0); }},
-    {"refresh_extractor_stamp", make_live,
-     [](Database& db) {
-       db.refresh_extractor_stamp({{"C++", 2}, {"Go", 1}});
-     }},
-    {"clear_all", make_live, &Database::clear_all},
-    {"swap_index_from", make_live_and_staging,
-     [](Database& db) { db.swap_index_from(db.db_path.parent_path() / "staging.db"); }},
-    {"get_stats", make_live, [](Database& db) { EXPECT_EQ(db.get_stats().at("files"), 10); }},
-    {"check_integrity", make_live, [](Database& db) { db.check_integrity(); }, true,
-     &Database::check_integrity},
-    {"record_error", make_live,
-     [](Database& db) { db.record_error("f1", PARTIAL_PARSE_ERROR, "line 3", 3); }},
-    {"compact with release", [](const Path& directory) { make_space(directory, "INCREMENTAL"); },
-     [](Database& db) { db.compact(); }, true,
-     [](Database& db) {
-       return std::stoll(pragma(db, "freelist_count")) < COMPACT_MIN_FREE_PAGES;
-     }},
-    {"compact with conversion", [](const Path& directory) { make_space(directory, "NONE"); },
-     [](Database& db) { db.compact(); }, true,
-     [](Database& db) {
-       db.compact();  // an object whose conversion failed does not try again; this one does
-       return pragma(db, "auto_vacuum") == "2";
-     }},
-    {"close", make_live,
-     [](Database& db) {
-       if (!db.closed()) db.execute("UPDATE files SET size = 1");
-       db.close();
-     }},
-};
 
 const std::pair<std::string, Fault> FAULTS[] = {
     {"open", {SystemCall::Open, SQLITE_CANTOPEN}},
@@ -174,55 +73,14 @@ void expect_at_rest(Database& db, bool still_failing) {
     EXPECT_EQ(sqlite3_stmt_busy(statement), 0) << "left running: " << sqlite3_sql(statement);
 }
 
-class EveryCallTest : public testing::TestWithParam<Operation> {
+class EveryCallTest : public OperationTest {
  protected:
-  EveryCallTest() { GetParam().make(_template.path()); }
-
-  static Path index_in(const TempDirectory& directory) { return directory / "index.db"; }
-
-  void copy_template(const TempDirectory& to) const {
-    std::filesystem::copy(_template.path(), to.path());
-  }
-
-  /// Lets the operation run twice without a fault and notes every state that another program could
-  /// see on the way.
-  void note_states() {
-    TempDirectory directory;
-    copy_template(directory);
-    const Path index = index_in(directory);
-    if (std::filesystem::exists(index)) _seen.insert(look_at(index).content);
-    Database db(index);
-    if (GetParam().on_open_database) db.connect();
-    _seen.insert(look_at(index).content);
-    struct Hook {
-      Path index;
-      std::set<std::string>& seen;
-    } hook{index, _seen};
-    for (int run = 0; run < 2; ++run) {
-      if (run == 0 && GetParam().on_open_database) {
-        sqlite3_wal_hook(
-            db.connection()->handle(),
-            [](void* raw, sqlite3*, const char*, int) {
-              auto& it = *static_cast<Hook*>(raw);
-              it.seen.insert(look_at(it.index).content);
-              return SQLITE_OK;
-            },
-            &hook);
-      }
-      GetParam().run(db);
-      _ends.insert(look_at(index).content);
-    }
-    _seen.insert(_ends.begin(), _ends.end());
-    db.close();
-  }
-
   /// Fails the n-th call; false when the operation made fewer.
   bool fail(int n, const Fault& fault) {
     TempDirectory directory;
-    copy_template(directory);
-    const Path index = index_in(directory);
+    copy_files(directory);
     const Operation& operation = GetParam();
-    Database db(index);
+    Database db(index_in(directory.path()));
     if (operation.on_open_database) db.connect();
 
     _vfs.fail_nth(n, fault);
@@ -235,34 +93,14 @@ class EveryCallTest : public testing::TestWithParam<Operation> {
     _errors += error.empty() ? 0 : 1;
     SCOPED_TRACE("n " + std::to_string(n) + ": " + _vfs.injected().front() + " gave '" + error +
                  "'");
-
     expect_at_rest(db, fault.lasting);
-    const FileState after = look_at(index);
-    EXPECT_EQ(after.damage, "");
-    EXPECT_TRUE(_seen.contains(after.content)) << "half done:\n" << after.content;
-
-    EXPECT_NO_THROW(operation.run(db)) << "did not work again once nothing failed";
-    expect_at_rest(db, false);
-    EXPECT_NO_THROW(db.close());
+    expect_whole(db.db_path);
+    expect_works(db);
     EXPECT_EQ(_vfs.open_files(), 0) << "a connection stayed open";
-    EXPECT_TRUE(nothing_left_beside(index));
-    const FileState end = look_at(index);
-    EXPECT_EQ(end.damage, "");
-    EXPECT_TRUE(_ends.contains(end.content)) << "the second run gave\n" << end.content;
-    if (operation.done) {
-      Database again(index);
-      again.connect();
-      EXPECT_TRUE(operation.done(again)) << "not done";
-      again.close();
-    }
     return true;
   }
 
-  TempDirectory _template;
-  LogCapture _log;
   FaultVfs _vfs;
-  std::set<std::string> _seen;
-  std::set<std::string> _ends;
   int _errors = 0;
 };
 
@@ -286,13 +124,7 @@ TEST_P(EveryCallTest, FailsCleanly) {
   }
 }
 
-std::string name_of(const testing::TestParamInfo<Operation>& operation) {
-  std::string name = operation.param.name;
-  std::erase_if(name, [](unsigned char letter) { return std::isalnum(letter) == 0; });
-  return name;
-}
-
-INSTANTIATE_TEST_SUITE_P(Operations, EveryCallTest, testing::ValuesIn(OPERATIONS), name_of);
+INSTANTIATE_TEST_SUITE_P(Operations, EveryCallTest, testing::ValuesIn(operations()), name_of);
 
 }  // namespace
 }  // namespace veldra

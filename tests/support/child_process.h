@@ -2,7 +2,9 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace veldra {
@@ -25,7 +27,12 @@ class ChildProcess {
   /// Sends SIGKILL.
   void kill();
 
+  /// What the child said next by `tell_parent`; "" when it has ended, or said nothing until the
+  /// deadline.
+  std::string hear(std::chrono::milliseconds deadline = std::chrono::seconds(10));
+
  private:
+  int _ear = -1;  // the reading end of a pipe to the child
   pid_t _pid = 0;
   int _status = -1;  // as `wait` gives it; -1 while it runs
 };
@@ -35,5 +42,8 @@ class ChildProcess {
 std::vector<std::string> this_program_running(const std::string& test);
 std::vector<std::string> with_child_argument(const std::string& argument);
 std::string child_argument();
+
+/// In a child process: one short message to the test that started it.
+void tell_parent(std::string_view message);
 
 }  // namespace veldra

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <functional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "support/log_capture.h"
+#include "support/temp_directory.h"
+#include "veldra/storage/database.h"
+
+namespace veldra {
+
+/// A public operation of `Database` on a file made for it.
+struct Operation {
+  std::string name;
+  std::function<void(const std::filesystem::path& directory)> make;
+  std::function<void(Database& db)> run;
+  bool writes = true;
+  bool on_open_database = true;
+  std::function<bool(Database& db)> done = {};  // beside what the rows say
+
+  friend std::ostream& operator<<(std::ostream& out, const Operation& it) { return out << it.name; }
+};
+
+const std::vector<Operation>& operations();
+std::vector<Operation> writing_operations();
+std::string name_of(const testing::TestParamInfo<Operation>& operation);
+
+/// The index file in a directory that an operation's `make` filled.
+inline std::filesystem::path index_in(const std::filesystem::path& directory) {
+  return directory / "index.db";
+}
+
+/// An operation, a copy of its files for every try, and every state of the index file that another
+/// program may ever see: what a failure leaves must be one of them, whole.
+class OperationTest : public testing::TestWithParam<Operation> {
+ protected:
+  OperationTest() { GetParam().make(_template.path()); }
+
+  void copy_files(const TempDirectory& to) const;
+
+  /// Lets the operation run twice without a fault.
+  void note_states();
+
+  /// The file is one of the noted states, and every check of SQLite finds it sound.
+  void expect_whole(const std::filesystem::path& index) const;
+
+  /// The operation runs on `db`, or on a database of its own, and leaves what it should.
+  void expect_works(Database& db) const;
+  void expect_works(const std::filesystem::path& index) const;
+
+  std::set<std::string> states;
+  std::set<std::string> ends;  ///< after one run, and after two
+  std::string end;             ///< after one
+
+ private:
+  TempDirectory _template;
+  LogCapture _log;
+};
+
+}  // namespace veldra
