@@ -32,13 +32,13 @@ int run(const std::vector<std::string>& arguments) {
   }
   const std::filesystem::path path = arguments[2];
   Database db(path);
+  db.connect();  // whichever way: an open database keeps the file's log as it is for every reader
   std::unique_ptr<Lookup> lookup;
   if (arguments[0] == "bare") {
     lookup = bare_lookup(path, SQLITE_OPEN_READWRITE);
   } else if (arguments[0] == "sqlitecpp") {
     lookup = sqlitecpp_lookup(path);
   } else {
-    db.connect();
     lookup = veldra_lookup(db);
   }
   look_up(*lookup, arguments[1], std::stoll(arguments[3]));

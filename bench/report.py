@@ -139,8 +139,8 @@ def ratio_plot(runs):
                           + f'<circle cx="{x(middle):.1f}" cy="{y}" r="4"/></g>')
         limit = x(run["limit"])
         shapes.append(line(limit, y - 8, limit, y + 8, "limit"))
-    shapes.append(text(left, height - 4, "time of veldra / time of bare SQLite (blue), of SQLiteCpp "
-                       "(orange); the bar is the limit against bare SQLite"))
+    shapes.append(text(20, height - 4, "time of veldra / time of bare SQLite (blue), of SQLiteCpp "
+                       "(orange), logarithmic; the bar is the limit against bare SQLite"))
     return figure("Ratios, medians with quartiles", 900, height, shapes)
 
 

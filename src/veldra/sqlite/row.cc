@@ -108,10 +108,9 @@ Row::Row(sqlite3_stmt* statement, const std::shared_ptr<const ColumnNames>& name
     if (columns[i].data == nullptr) continue;
     columns[i].cell.bytes.offset = static_cast<std::uint32_t>(size);
     size += columns[i].cell.bytes.length;
-    if (size > std::numeric_limits<std::uint32_t>::max()) {
-      throw_error(SQLITE_TOOBIG, "the row is larger than 4 GiB: select fewer columns");
-    }
   }
+  if (size > std::numeric_limits<std::uint32_t>::max())
+    throw_error(SQLITE_TOOBIG, "the row is larger than 4 GiB: select fewer columns");
 
   auto* const block =
       new (::operator new(size)) Block{.names = names, .count = count, .size = size};

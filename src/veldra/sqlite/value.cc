@@ -48,25 +48,8 @@ std::span<const std::byte> Value::as_blob() const {
   refuse(type(), "a blob");
 }
 
-std::int64_t ValueView::as_integer() const {
-  if (_type == StorageClass::Integer) return _integer;
-  refuse(_type, "an integer");
-}
-
-double ValueView::as_real() const {
-  if (_type == StorageClass::Real) return _real;
-  if (_type == StorageClass::Integer) return static_cast<double>(_integer);
-  refuse(_type, "a number");
-}
-
-std::string_view ValueView::as_text() const {
-  if (_type == StorageClass::Text) return _bytes;
-  refuse(_type, "text");
-}
-
-std::span<const std::byte> ValueView::as_blob() const {
-  if (_type == StorageClass::Blob) return std::as_bytes(std::span(_bytes));
-  refuse(_type, "a blob");
+void ValueView::_refuse(std::string_view wanted) const {
+  refuse(_type, wanted);
 }
 
 }  // namespace veldra

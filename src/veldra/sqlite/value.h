@@ -92,12 +92,27 @@ class VELDRA_EXPORT ValueView {
 
   /// Each throws `ProgrammingError` when the column holds another storage class; `as_real` widens
   /// an Integer.
-  std::int64_t as_integer() const;
-  double as_real() const;
-  std::string_view as_text() const;
-  std::span<const std::byte> as_blob() const;
+  std::int64_t as_integer() const {
+    if (_type != StorageClass::Integer) _refuse("an integer");
+    return _integer;
+  }
+  double as_real() const {
+    if (_type == StorageClass::Integer) return static_cast<double>(_integer);
+    if (_type != StorageClass::Real) _refuse("a number");
+    return _real;
+  }
+  std::string_view as_text() const {
+    if (_type != StorageClass::Text) _refuse("text");
+    return _bytes;
+  }
+  std::span<const std::byte> as_blob() const {
+    if (_type != StorageClass::Blob) _refuse("a blob");
+    return std::as_bytes(std::span(_bytes));
+  }
 
  private:
+  [[noreturn]] void _refuse(std::string_view wanted) const;
+
   StorageClass _type = StorageClass::Null;
   union {
     std::int64_t _integer = 0;

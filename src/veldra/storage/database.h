@@ -275,11 +275,12 @@ class VELDRA_EXPORT Database {
   FairMutex _lock;                     // orders every use of the writer connection
   int _tx_depth = 0;                   // open scopes; guarded by _lock
   std::atomic<bool> _closed = false;
-  std::atomic<std::thread::id>
-      _tx_owner;  // written under _lock; a thread can only find its own id there itself
   std::mutex _compaction_noted_mutex;                    // guards the next field
   std::set<std::string, std::less<>> _compaction_noted;  // kinds of skip reported at their level
   std::atomic<bool> _conversion_failed = false;
+  // Read by every query, so on cache lines that the writes of other threads leave alone. Written
+  // under _lock; a thread can only find its own id there itself.
+  alignas(64) std::atomic<std::thread::id> _tx_owner;
   // Last, so that an open database that is destroyed closes its readers before its writer. Closed
   // but kept by close; replaced by connect and by the page rewrite.
   SharedSlot<ReaderPool> _readers;

@@ -7,15 +7,19 @@
 /// Text operations on ASCII alone, the same in every locale. Internal.
 namespace veldra {
 
-inline constexpr std::string_view ASCII_SPACE = " \t\n\v\f\r";
+inline bool is_space(char letter) {
+  return letter == ' ' || (letter >= '\t' && letter <= '\r');
+}
 
 inline std::string_view trim_left(std::string_view text) {
-  return text.substr(std::min(text.find_first_not_of(ASCII_SPACE), text.size()));
+  while (!text.empty() && is_space(text.front())) text.remove_prefix(1);
+  return text;
 }
 
 inline std::string_view trim(std::string_view text) {
   text = trim_left(text);
-  return text.substr(0, text.find_last_not_of(ASCII_SPACE) + 1);
+  while (!text.empty() && is_space(text.back())) text.remove_suffix(1);
+  return text;
 }
 
 inline char lower_case(char letter) {
