@@ -36,12 +36,10 @@ std::vector<MarkedLine> lines_of(std::string_view marked_text, std::int64_t firs
     if (lines.back().hits.back().first == lines.back().text.size()) lines.back().hits.pop_back();
   };
   for (const char byte : marked_text) {
-    if (byte == HIT_BEGIN && !in_hit) {
-      in_hit = true;
-      begin_hit();
-    } else if (byte == HIT_END && in_hit) {
-      in_hit = false;
-      end_hit();
+    if (byte == HIT_BEGIN || byte == HIT_END) {
+      if (in_hit == (byte == HIT_BEGIN)) continue;  // a source with such bytes of its own
+      in_hit = !in_hit;
+      in_hit ? begin_hit() : end_hit();
     } else if (byte == '\n') {
       if (in_hit) end_hit();
       lines.push_back({lines.back().number + 1, {}, {}});
@@ -68,10 +66,6 @@ void mark_texts(std::vector<MarkedLine>& lines, const std::vector<std::string>& 
     }
     merge_overlapping(line.hits);
   }
-}
-
-void unmark(std::vector<MarkedLine>& lines) {
-  for (MarkedLine& line : lines) line.hits.clear();
 }
 
 }  // namespace veldra::tool

@@ -27,10 +27,10 @@ std::size_t shared_folders(std::string_view left, std::string_view right) {
   return shared;
 }
 
-/// "a.b.c" and "A::B" as a path; "" when nothing changes or it is a path already. Leading dots name
-/// folders: one the file's own, each further one the folder above.
+/// "a.b.c" and "A::B" as a path; what is one already stays. Leading dots name folders: one the
+/// file's own, each further one the folder above.
 std::string module_path(std::string_view module) {
-  if (module.find('/') != std::string_view::npos) return {};
+  if (module.find('/') != std::string_view::npos) return std::string(module);
   std::string path;
   const std::size_t dots = std::min(module.find_first_not_of('.'), module.size());
   for (std::size_t dot = 0; dot < dots; ++dot) path += dot == 0 ? "./" : "../";
@@ -44,7 +44,7 @@ std::string module_path(std::string_view module) {
       path += module[at];
     }
   }
-  return path == module ? std::string() : path;
+  return path;
 }
 
 }  // namespace
@@ -66,7 +66,6 @@ std::optional<std::size_t> ImportResolver::resolve(std::string_view importer,
   if (const auto found = _find(importer, name, system)) return found;
   if (const auto found = _find(importer, name + extension, system)) return found;
   const std::string path = module_path(module);
-  if (path.empty()) return std::nullopt;
   if (const auto found = _find(importer, path + extension, system)) return found;
   return _find(importer, path + "/__init__" + extension, system);
 }

@@ -170,11 +170,12 @@ void add_health_commands(CLI::App& app, Request& request) {
 }
 
 /// CLI11's words, and where more is to be found.
-int report_usage(const CLI::App& app, const CLI::ParseError& error, char** argv) {
+int report_usage(const CLI::App& app, const CLI::ParseError& error, int argc, char** argv) {
   std::string text = error.what();
-  if (app.get_subcommands().empty() && argv[1] != nullptr && argv[1][0] != '-') {
+  if (app.get_subcommands().empty() && argc > 1 && argv[1][0] != '-') {
     text = "there is no command `" + std::string(argv[1]) + "`";
-  } else if (text.starts_with("The following argument") && text.find(": -") != std::string::npos) {
+  } else if (std::any_of(argv + 2, argv + argc,
+                         [](const char* word) { return word[0] == '-' && word[1] != '-'; })) {
     text += " (put -- before a text that begins with a dash)";
   }
   const std::string command =
@@ -228,7 +229,7 @@ int run(int argc, char** argv) {
   } catch (const CLI::Success& success) {
     return app.exit(success);
   } catch (const CLI::ParseError& error) {
-    return report_usage(app, error, argv);
+    return report_usage(app, error, argc, argv);
   }
   request.options.color = wants_color(request.color);
   Progress::set_quiet(request.options.quiet);
