@@ -10,6 +10,7 @@
 #include "support/child_process.h"
 #include "support/log_capture.h"
 #include "support/old_file.h"
+#include "support/statement_watch.h"
 #include "support/temp_database.h"
 
 namespace veldra {
@@ -80,6 +81,19 @@ TEST_F(OldFileTest, AnUnknownVersionIsReturnedAndNothingRuns) {
     EXPECT_EQ(migrate(opener(db), "1"), version);
     EXPECT_EQ(dump(db, "SELECT count(*) FROM sqlite_master WHERE name = 'code_chunks'"), "0");
   }
+}
+
+TEST_F(OldFileTest, AStepHoldsTheWriteLockBeforeItsFirstLook) {
+  Connection other(db.db_path);
+  other.execute("PRAGMA busy_timeout=0").fetchall();
+  int looks = 0;
+  const StatementWatch watch(*db.connection(), [&](std::string_view sql) {
+    if (!sql.starts_with("SELECT value FROM schema_info")) return;
+    ++looks;
+    EXPECT_THROW(other.execute("BEGIN IMMEDIATE"), OperationalError);
+  });
+  EXPECT_EQ(migrate(opener(db), "1"), SCHEMA_VERSION);
+  EXPECT_EQ(looks, 2) << "a step ran without looking again";
 }
 
 TEST_F(OldFileTest, AFailingStepIsLoggedOnceAndLeavesTheVersionBefore) {

@@ -158,7 +158,7 @@ TEST(RewritePagesDeathTest, DyingAtAnyStatementOfAMigrationLosesNoRow) {
   const TempDirectory directory;
   const std::filesystem::path path = directory / "index.db";
   int killed = 0;
-  for (int statement = 0;; statement += 3) {
+  for (int statement = 0;; statement += 4) {
     for (const char* suffix : {"", "-wal", "-shm", "-journal"})
       std::filesystem::remove(path.string() + suffix);
     make_old_file(path, 50);

@@ -3,11 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <future>
 #include <thread>
 #include <vector>
 
 #include "support/database_test_access.h"
 #include "support/fake_disk.h"
+#include "support/finished.h"
 #include "support/log_capture.h"
 #include "support/old_file.h"
 #include "support/temp_database.h"
@@ -103,66 +105,61 @@ TEST(SchemaTest, TooLittleDiskLeavesTheFileAndTheNextOpenTriesAgain) {
   EXPECT_THAT(log.lines(), ElementsAre(CURRENT));
 }
 
+/// An old file behind a connected database.
+class OldFile {
+ public:
+  OldFile() : db(_directory / "index.db") {
+    make_old_file(db.db_path, 10);
+    db.connect();
+    db.create_schema();
+  }
+
+ private:
+  TempDirectory _directory;  // first: it outlives the database in it
+
+ public:
+  Database db;
+  const LogCapture log;
+};
+
 TEST(SchemaTest, AnErrorOfTheDiskCheckLeavesPoolAndFileUntouched) {
-  const TempDirectory directory;
-  make_old_file(directory / "index.db", 100);
-  Database db(directory / "index.db");
-  db.connect();
-  const auto before = DatabaseTestAccess::readers(db);
+  OldFile old;
+  const auto before = DatabaseTestAccess::readers(old.db);
   const FakeDisk gone({});
-  EXPECT_THROW(db.migrate_schema(), OSError);
-  EXPECT_EQ(DatabaseTestAccess::readers(db), before);
-  EXPECT_EQ(dump(db, FILE_STATE), "1024|0|3");
+  EXPECT_THROW(old.db.migrate_schema(), OSError);
+  EXPECT_EQ(DatabaseTestAccess::readers(old.db), before);
+  EXPECT_EQ(dump(old.db, FILE_STATE), "1024|0|3");
 }
 
 TEST(SchemaTest, AFailedRewriteOpensThePoolAgainBeforeItsErrorGoesOn) {
-  const TempDirectory directory;
-  make_old_file(directory / "index.db", 100);
-  Database db(directory / "index.db");
-  db.connect();
-  db.create_schema();
-  const LogCapture log;
+  OldFile old;
   // A statement half read keeps VACUUM and the checkpoint away.
-  Cursor half_read = db.execute("SELECT * FROM files");
+  Cursor half_read = old.db.execute("SELECT * FROM files");
   ASSERT_TRUE(half_read.fetchone());
-  EXPECT_THROW(db.migrate_schema(), OperationalError);
-  ASSERT_NE(DatabaseTestAccess::readers(db), nullptr) << "queries were left to the writer";
-  EXPECT_TRUE(DatabaseTestAccess::lock(db).try_lock());
-  DatabaseTestAccess::lock(db).unlock();
+  EXPECT_THROW(old.db.migrate_schema(), OperationalError);
+  ASSERT_NE(DatabaseTestAccess::readers(old.db), nullptr) << "queries were left to the writer";
+  auto write = std::async(std::launch::async, [&] { old.db.execute("DELETE FROM edges"); });
+  EXPECT_TRUE(finished(write)) << "the lock stayed held";
   half_read.close();
-  db.migrate_schema();
-  EXPECT_EQ(dump(db, FILE_STATE), "8192|0|3");
+  old.db.migrate_schema();
+  EXPECT_EQ(dump(old.db, FILE_STATE), "8192|0|3");
 }
 
 TEST(SchemaTest, AFileThatEndsAtAnotherVersionGetsNoLineAndNoRewrite) {
-  struct Case {
-    const char* before;
-    bool fails;
-    const char* version;
-  };
-  static constexpr Case cases[] = {
-      {"UPDATE schema_info SET value = '4' WHERE key = 'version'", false, "1024|0|4"},
-      {"CREATE TRIGGER no BEFORE INSERT ON schema_info BEGIN SELECT raise(ABORT, 'no'); END", true,
-       "1024|0|1"},
-  };
-  for (const auto& [before, fails, version] : cases) {
-    const TempDirectory directory;
-    make_old_file(directory / "index.db", 10);
-    Database db(directory / "index.db");
-    db.connect();
-    db.create_schema();
-    db.execute(before);
-    const LogCapture log;
-    if (fails) {
-      EXPECT_THROW(db.migrate_schema(), SchemaMigrationError);
-      EXPECT_THAT(log.lines(), ElementsAre(HasSubstr("Schema migration to version 2 failed")));
-    } else {
-      db.migrate_schema();
-      EXPECT_THAT(log.lines(), IsEmpty());
-    }
-    EXPECT_EQ(dump(db, FILE_STATE), version);
-    EXPECT_EQ(dump(db, "SELECT count(*) FROM files"), "10");
+  {
+    OldFile newer;
+    newer.db.execute("UPDATE schema_info SET value = '4' WHERE key = 'version'");
+    newer.db.migrate_schema();
+    EXPECT_THAT(newer.log.lines(), IsEmpty());
+    EXPECT_EQ(dump(newer.db, FILE_STATE), "1024|0|4");
+    EXPECT_EQ(dump(newer.db, "SELECT count(*) FROM files"), "10");
   }
+  OldFile stuck;
+  stuck.db.execute(
+      "CREATE TRIGGER no BEFORE INSERT ON schema_info BEGIN SELECT raise(ABORT, 'no'); END");
+  EXPECT_THROW(stuck.db.migrate_schema(), SchemaMigrationError);
+  EXPECT_THAT(stuck.log.lines(), ElementsAre(HasSubstr("Schema migration to version 2 failed")));
+  EXPECT_EQ(dump(stuck.db, FILE_STATE), "1024|0|1");
 }
 
 TEST(SchemaTest, ADatabaseThatIsNotOpenOrNoDatabaseIsRefused) {
