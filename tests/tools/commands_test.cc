@@ -327,13 +327,18 @@ TEST(BadInputTest, IsAnsweredWithOneLineAndAStatus) {
   EXPECT_THAT(read_text(tree.path("other.db")), Not(HasSubstr("code_chunks")));
 }
 
-TEST(HelpTest, ShowsExamplesForEveryCommand) {
+TEST(HelpTest, AndTheManPageAndTheCompletionsKnowEveryCommand) {
   const ToolTree tree;
+  const std::filesystem::path source = VELDRA_INDEX_SOURCE_DIR;
   for (const char* command : {"rebuild", "update", "stats", "search", "symbols", "refs", "health",
                               "errors", "check", "compact", "clear", "sql"}) {
     const ToolRun help = tree.run({command, "--help"});
     EXPECT_EQ(help.status, 0);
     EXPECT_THAT(help.out, HasSubstr(std::string("Examples:\n  veldra-index ") + command));
+    for (const char* file : {"veldra-index.1", "completions/veldra-index.bash",
+                             "completions/_veldra-index", "completions/veldra-index.fish"}) {
+      EXPECT_THAT(read_text(source / file), HasSubstr(command)) << file;
+    }
   }
   EXPECT_THAT(tree.run({"--version"}).out,
               testing::MatchesRegex("veldra-index [0-9.]+ \\(SQLite 3[0-9.]+\\)\n"));
