@@ -175,17 +175,16 @@ void append_character(std::string& text, const Utf8Character& character) {
   static constexpr std::string_view escaped = "\"\\\b\f\n\r\t";
   static constexpr std::string_view letters = "\"\\bfnrt";
   const auto [point, valid] = character;
+  const std::size_t letter =
+      point < 0x80 ? escaped.find(static_cast<char>(point)) : std::string_view::npos;
   if (!valid) {
     append_code_unit(text, ESCAPED_BYTE + point);
   } else if (point >= 0x10000) {
     append_code_unit(text, 0xd800 + ((point - 0x10000) >> 10U));
     append_code_unit(text, 0xdc00 + ((point - 0x10000) & 0x3ffU));
-  } else if (point >= 0x7f) {
-    append_code_unit(text, point);
-  } else if (const std::size_t letter = escaped.find(static_cast<char>(point));
-             letter != escaped.npos) {
+  } else if (letter != std::string_view::npos) {
     text.append({'\\', letters[letter]});
-  } else if (point < 0x20) {
+  } else if (point < 0x20 || point >= 0x7f) {
     append_code_unit(text, point);
   } else {
     text.push_back(static_cast<char>(point));
