@@ -77,7 +77,9 @@ deb)
   package=$(ls "$work"/*.deb)
   dpkg-deb -c "$package"
   for file in bin/veldra-index lib/libveldra_storage include/veldra/storage/database.h \
-    lib/cmake/veldra/veldraConfig.cmake lib/pkgconfig/veldra-storage.pc; do
+    lib/cmake/veldra/veldraConfig.cmake lib/pkgconfig/veldra-storage.pc share/man/man1/veldra-index.1 \
+    share/bash-completion/completions/veldra-index share/zsh/vendor-completions/_veldra-index \
+    share/fish/vendor_completions.d/veldra-index.fish; do
     dpkg-deb -c "$package" | grep -q " \./usr/$file" || fail "the package lacks $file"
   done
   dpkg-deb -x "$package" "$work/root"
