@@ -63,12 +63,12 @@ class VELDRA_EXPORT Value {
  private:
   template <std::integral T>
   static std::int64_t _to_integer(T value) {
-    if (!std::in_range<std::int64_t>(static_cast<_Widest<T>>(value))) _refuse_out_of_range();
+    if (!std::in_range<std::int64_t>(static_cast<_widest<T>>(value))) _refuse_out_of_range();
     return static_cast<std::int64_t>(value);
   }
   // std::in_range takes neither bool nor character types.
   template <std::integral T>
-  using _Widest = std::conditional_t<std::is_signed_v<T>, std::int64_t, std::uint64_t>;
+  using _widest = std::conditional_t<std::is_signed_v<T>, std::int64_t, std::uint64_t>;
   [[noreturn]] static void _refuse_out_of_range();
 
   // In the order of StorageClass.

@@ -1,6 +1,10 @@
 // Opening and closing: the writer connection, the pool of readers, how many of them.
+#include <sqlite3.h>
+
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
+#include <thread>
 #include <utility>
 
 #include "veldra/storage/database.h"
@@ -30,6 +34,22 @@ std::optional<std::string> digits_of(std::string_view text) {
   if (!after_digit) return std::nullopt;  // nothing at all, or a trailing separator
   digits.erase(0, std::min(digits.find_first_not_of('0'), digits.size() - 1));
   return digits;
+}
+
+/// The row with the journal mode that the file ended up in. Programs that open a new file at the
+/// same moment make this fail at once, busy timeout or not: SQLite does not wait with a lock it
+/// would have to raise (https://www.sqlite.org/c3ref/busy_handler.html).
+std::optional<Row> enter_wal_mode(Connection& writer) {
+  const auto deadline = std::chrono::steady_clock::now() + Connection::BUSY_TIMEOUT;
+  while (true) {
+    try {
+      return writer.execute("PRAGMA journal_mode=WAL").fetchone();
+    } catch (const OperationalError& error) {
+      const bool busy = (error.code() & 0xff) == SQLITE_BUSY;
+      if (!busy || std::chrono::steady_clock::now() > deadline) throw;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
 }
 
 }  // namespace
@@ -62,7 +82,7 @@ void Database::connect() {
   // first table.
   writer->execute("PRAGMA page_size=" + std::to_string(PAGE_SIZE));
   writer->execute("PRAGMA auto_vacuum=INCREMENTAL");
-  const std::optional<Row> mode = writer->execute("PRAGMA journal_mode=WAL").fetchone();
+  const std::optional<Row> mode = enter_wal_mode(*writer);
   writer->execute("PRAGMA foreign_keys=ON");
   writer->execute("PRAGMA synchronous=NORMAL");
   register_path_functions(*writer);
