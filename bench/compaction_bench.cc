@@ -73,8 +73,8 @@ std::string describe(const std::vector<Sample>& samples) {
         samples.begin() + static_cast<std::ptrdiff_t>(std::min(i + stretch, samples.size()));
     const auto longest = std::ranges::max_element(first, last, {}, &Sample::wait);
     char point[64];
-    std::snprintf(point, sizeof point, "%.4f %.1f %.5f;", longest->seconds, longest->file_mib,
-                  longest->wait);
+    (void)std::snprintf(point, sizeof point, "%.4f %.1f %.5f;", longest->seconds, longest->file_mib,
+                        longest->wait);
     text += point;
   }
   return text;

@@ -50,10 +50,10 @@ void bare_swap(BareConnection& bare, const std::string& staging) {
   bare.run(chunks.c_str());
   for (const char* const table : CLEARING) bare.run(("DELETE FROM " + std::string(table)).c_str());
   for (const auto& [table, columns] : FILLING) {
-    const std::string name(table);
-    const std::string list(columns);
-    bare.run(
-        ("INSERT INTO " + name + " (" + list + ") SELECT " + list + " FROM stg." + name).c_str());
+    std::string copy("INSERT INTO ");
+    copy.append(table).append(" (").append(columns).append(") SELECT ").append(columns);
+    copy.append(" FROM stg.").append(table);
+    bare.run(copy.c_str());
   }
   bare.run("PRAGMA user_version=1");
   bare.run("COMMIT");

@@ -101,7 +101,7 @@ void autocommit_write(benchmark::State& state) {
   static constexpr std::int64_t WRITES = 1000;
   const TempDirectory directory;
   const auto made = [&](const char* name) {
-    const std::filesystem::path path = directory / name;
+    std::filesystem::path path = directory / name;
     make_index(path, {.files = FILES, .symbols = 0});
     return path;
   };

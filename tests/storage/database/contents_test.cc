@@ -144,7 +144,7 @@ TEST_F(ContentsTest, ASwapReplacesTheIndexAndNothingElse) {
                           "4, 'external_imports': 5, 'index_errors': 6, 'code_chunks': 7})"));
   EXPECT_EQ(statements.count("BEGIN"), 1);
   EXPECT_EQ(statements.count("COMMIT"), 1);
-  EXPECT_EQ(statements.count("PRAGMA main.cache_size=-65536"), 1);
+  EXPECT_EQ(statements.count("PRAGMA main.cache_size=-49152"), 1);
   EXPECT_EQ(dump(*db, "SELECT count(*) FROM code_chunks('new')"), "7");
   EXPECT_TRUE(db->check_integrity());
   // The trigger works on the chunks that came.
