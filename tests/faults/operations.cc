@@ -12,41 +12,27 @@ namespace veldra {
 namespace {
 
 using Path = std::filesystem::path;
-
-void make_nothing(const Path& /*directory*/) {}
-void make_live(const Path& directory) {
-  make_index(directory / "index.db", "old");
-}
-void make_live_and_staging(const Path& directory) {
-  make_live(directory);
-  make_index(directory / "staging.db", "new");
-}
-void make_old(const Path& directory) {
-  make_old_file(directory / "index.db", 10);
-}
-void make_space(const Path& directory, std::string_view auto_vacuum) {
-  make_small_pages(directory / "index.db", auto_vacuum);
-  make_live(directory);
-  leave_free_pages(directory / "index.db");
-}
+using File = Operation::File;
 
 std::string pragma(Database& db, const std::string& name) {
   return dump(db, "PRAGMA " + name);
 }
 
+constexpr std::string_view SYMBOLS = "SELECT * FROM symbols JOIN files ON files.id = file_id";
+
 const std::vector<Operation> OPERATIONS = {
     {.name = "connect to a new file",
-     .make = make_nothing,
+     .file = File::Missing,
      .run = &Database::connect,
      .on_open_database = false},
-    {.name = "connect", .make = make_live, .run = &Database::connect, .on_open_database = false},
-    {.name = "create_schema", .make = make_nothing, .run = &Database::create_schema},
+    {.name = "connect", .file = File::Index, .run = &Database::connect, .on_open_database = false},
+    {.name = "create_schema", .file = File::Missing, .run = &Database::create_schema},
     {.name = "migrate_schema with page rewrite",
-     .make = make_old,
+     .file = File::OldVersion,
      .run = [](Database& db) { db.create_schema(), db.migrate_schema(); },
      .done = [](Database& db) { return pragma(db, "page_size") == "8192"; }},
     {.name = "transaction",
-     .make = make_live,
+     .file = File::Index,
      .run =
          [](Database& db) {
            db.transaction([](Cursor& cursor) {
@@ -56,58 +42,57 @@ const std::vector<Operation> OPERATIONS = {
            });
          }},
     {.name = "execute",
-     .make = make_live,
+     .file = File::Index,
      .run = [](Database& db) { db.execute("UPDATE symbols SET fqn = ifnull(fqn, '') || name"); }},
     {.name = "executemany",
-     .make = make_live,
+     .file = File::Index,
      .run =
          [](Database& db) {
            db.executemany("INSERT OR REPLACE INTO kept VALUES (?, 'many', ?)",
                           {{2, "b"}, {3, "c"}, {4, "d"}});
          }},
     {.name = "fetchall",
-     .make = make_live,
-     .run =
-         [](Database& db) {
-           EXPECT_EQ(db.fetchall("SELECT * FROM symbols JOIN files ON files.id = file_id").size(),
-                     20);
-         },
-     .writes = false},
+     .file = File::Index,
+     .run = [](Database& db) { db.fetchall(SYMBOLS); },
+     .writes = false,
+     .done = [](Database& db) { return db.fetchall(SYMBOLS).size() == 20; }},
     {.name = "index_generation",
-     .make = make_live,
-     .run = [](Database& db) { EXPECT_EQ(db.index_generation(), 0); },
-     .writes = false},
+     .file = File::Index,
+     .run = [](Database& db) { db.index_generation(); },
+     .writes = false,
+     .done = [](Database& db) { return db.index_generation() == 0; }},
     {.name = "refresh_extractor_stamp",
-     .make = make_live,
+     .file = File::Index,
      .run =
          [](Database& db) {
            db.refresh_extractor_stamp({{"C++", 2}, {"Go", 1}});
          }},
-    {.name = "clear_all", .make = make_live, .run = &Database::clear_all},
+    {.name = "clear_all", .file = File::Index, .run = &Database::clear_all},
     {.name = "swap_index_from",
-     .make = make_live_and_staging,
+     .file = File::Index,
      .run = [](Database& db) { db.swap_index_from(db.db_path.parent_path() / "staging.db"); }},
     {.name = "get_stats",
-     .make = make_live,
-     .run = [](Database& db) { EXPECT_EQ(db.get_stats().at("files"), 10); },
-     .writes = false},
+     .file = File::Index,
+     .run = [](Database& db) { db.get_stats(); },
+     .writes = false,
+     .done = [](Database& db) { return db.get_stats().at("files") == 10; }},
     {.name = "check_integrity",
-     .make = make_live,
+     .file = File::Index,
      .run = [](Database& db) { db.check_integrity(); },
      .writes = false,
      .done = &Database::check_integrity},
     {.name = "record_error",
-     .make = make_live,
+     .file = File::Index,
      .run = [](Database& db) { db.record_error("f1", PARTIAL_PARSE_ERROR, "line 3", 3); }},
     {.name = "compact with release",
-     .make = [](const Path& directory) { make_space(directory, "INCREMENTAL"); },
+     .file = File::FreePages,
      .run = [](Database& db) { db.compact(); },
      .done =
          [](Database& db) {
            return std::stoll(pragma(db, "freelist_count")) < COMPACT_MIN_FREE_PAGES;
          }},
     {.name = "compact with conversion",
-     .make = [](const Path& directory) { make_space(directory, "NONE"); },
+     .file = File::FreePagesWithoutAutoVacuum,
      .run = [](Database& db) { db.compact(); },
      .done =
          [](Database& db) {
@@ -115,7 +100,7 @@ const std::vector<Operation> OPERATIONS = {
            return pragma(db, "auto_vacuum") == "2";
          }},
     {.name = "close",
-     .make = make_live,
+     .file = File::Index,
      .run =
          [](Database& db) {
            if (!db.closed()) db.execute("UPDATE files SET size = 1");
@@ -133,6 +118,27 @@ std::vector<Operation> writing_operations() {
   std::vector<Operation> writing;
   std::ranges::copy_if(OPERATIONS, std::back_inserter(writing), &Operation::writes);
   return writing;
+}
+
+void make_file(File file, const Path& directory) {
+  const Path index = index_in(directory);
+  switch (file) {
+    case File::Missing:
+      return;
+    case File::Index:
+      make_index(directory / "staging.db", "new");
+      return make_index(index, "old");
+    case File::OldVersion:
+      return make_old_file(index, 10);
+    case File::FreePages:
+      make_small_pages(index, "INCREMENTAL");
+      break;
+    case File::FreePagesWithoutAutoVacuum:
+      make_small_pages(index, "NONE");
+      break;
+  }
+  make_index(index, "old");
+  leave_free_pages(index);
 }
 
 std::string name_of(const testing::TestParamInfo<Operation>& operation) {

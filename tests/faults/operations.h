@@ -16,8 +16,11 @@ namespace veldra {
 
 /// A public operation of `Database` on a file made for it.
 struct Operation {
+  /// What the index file is before: an index with a staging file beside it, for instance.
+  enum class File { Missing, Index, OldVersion, FreePages, FreePagesWithoutAutoVacuum };
+
   std::string name;
-  std::function<void(const std::filesystem::path& directory)> make;
+  File file;
   std::function<void(Database& db)> run;
   bool writes = true;
   bool on_open_database = true;
@@ -30,7 +33,8 @@ const std::vector<Operation>& operations();
 std::vector<Operation> writing_operations();
 std::string name_of(const testing::TestParamInfo<Operation>& operation);
 
-/// The index file in a directory that an operation's `make` filled.
+/// Makes the file, "index.db", in `directory`; beside an index "staging.db" with the mark "new".
+void make_file(Operation::File file, const std::filesystem::path& directory);
 inline std::filesystem::path index_in(const std::filesystem::path& directory) {
   return directory / "index.db";
 }
@@ -39,7 +43,7 @@ inline std::filesystem::path index_in(const std::filesystem::path& directory) {
 /// program may ever see: what a failure leaves must be one of them, whole.
 class OperationTest : public testing::TestWithParam<Operation> {
  protected:
-  OperationTest() { GetParam().make(_template.path()); }
+  OperationTest() { make_file(GetParam().file, _template.path()); }
 
   void copy_files(const TempDirectory& to) const;
 
