@@ -130,24 +130,29 @@ TEST_F(ReaderPoolTest, AConnectionThatMetDamageIsNotLentAgain) {
   EXPECT_EQ(configured, 2) << "a connection that met a corrupt page was lent again";
 }
 
-TEST_F(ReaderPoolTest, EveryThreadWaitsUntilThePoolIsClosed) {
+TEST_F(ReaderPoolTest, EveryThreadThatClosesWaitsUntilAllIsClosed) {
   // The last connection of all deletes the log: who closes the writer after the pool relies on it.
-  std::promise<void> configuring;
-  std::promise<void> go_on;
-  std::optional<ReaderPool> pool(std::in_place, path, 2, [&](Connection&) {
-    configuring.set_value();
-    go_on.get_future().wait();
+  struct Meeting {
+    std::promise<void> closing;
+    std::promise<void> go_on;
+  } meeting;
+  const auto nothing = [](sqlite3_context*, int, sqlite3_value**) {};
+  const auto meet = [](void* with) {
+    static_cast<Meeting*>(with)->closing.set_value();
+    static_cast<Meeting*>(with)->go_on.get_future().wait();
+  };
+  ReaderPool pool(path, 1, [&](Connection& connection) {
+    sqlite3_create_function_v2(connection.handle(), "f", 0, SQLITE_UTF8, &meeting, nothing, nullptr,
+                               nullptr, meet);
   });
-  std::future<void> lender = std::async(std::launch::async, [&] { (void)pool->lease(); });
-  ASSERT_TRUE(finished(configuring.get_future()));
-  std::vector<std::future<void>> closers;
-  for (int i = 0; i < 2; ++i)
-    closers.push_back(std::async(std::launch::async, [&] { pool->close(); }));
-  for (const std::future<void>& closer : closers)
-    EXPECT_FALSE(finished(closer, 50ms)) << "closed while a connection was being opened";
-  go_on.set_value();
-  for (const std::future<void>& closer : closers) EXPECT_TRUE(finished(closer));
-  lender.get();
+  (void)pool.lease();
+  std::future<void> first = std::async(std::launch::async, [&] { pool.close(); });
+  ASSERT_TRUE(finished(meeting.closing.get_future()));
+  std::future<void> second = std::async(std::launch::async, [&] { pool.close(); });
+  EXPECT_FALSE(finished(second, 50ms)) << "returned while another thread was closing a connection";
+  meeting.go_on.set_value();
+  EXPECT_TRUE(finished(first));
+  EXPECT_TRUE(finished(second));
 }
 
 TEST_F(ReaderPoolTest, NoMoreThanItsCountAreLentAtOnce) {

@@ -39,6 +39,7 @@ ReaderPool::Lease ReaderPool::lease(std::chrono::milliseconds patience) {
 }
 
 void ReaderPool::close() {
+  const std::lock_guard closing(_closing);
   std::vector<std::unique_ptr<Connection>> idle;
   {
     std::unique_lock lock(_mutex);

@@ -77,6 +77,7 @@ class ReaderPool {
   const std::size_t _count;
   const Configure _configure;
 
+  std::mutex _closing;  // taken before `_mutex`: who closes too returns when all are closed
   std::mutex _mutex;
   std::condition_variable _changed;  // a loan ended, or the pool closed
   std::vector<std::unique_ptr<Connection>>
