@@ -16,7 +16,6 @@ struct DatabaseTestAccess {
   static std::shared_ptr<ReaderPool> readers(const Database& db) { return db._readers.load(); }
   static FairMutex& lock(Database& db) { return db._lock; }
   static std::atomic<bool>& conversion_failed(Database& db) { return db._conversion_failed; }
-  static auto& compaction_noted(Database& db) { return db._compaction_noted; }
 
   static _Space space(Connection& connection) { return Database::_space(connection); }
   static std::int64_t count(Database& db, std::string_view sql) { return db._count(sql); }
@@ -26,7 +25,6 @@ struct DatabaseTestAccess {
   static Compaction convert_to_incremental(Database& db, const _Space& space) {
     return db._convert_to_incremental(space);
   }
-  static void rewrite_pages(Database& db) { db._rewrite_pages(); }
 };
 
 }  // namespace veldra

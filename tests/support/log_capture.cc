@@ -1,10 +1,10 @@
 #include "support/log_capture.h"
 
-#include <spdlog/sinks/base_sink.h>
+#include <spdlog/pattern_formatter.h>
 #include <spdlog/spdlog.h>
 
-#include <mutex>
-#include <utility>
+#include <algorithm>
+#include <cctype>
 
 namespace veldra {
 namespace {
@@ -12,47 +12,11 @@ namespace {
 constexpr const char* LOGGERS[] = {"storage/database", "storage/migrations",
                                    "storage/storage_size"};
 
-const char* name_of(spdlog::level::level_enum level) {
-  switch (level) {
-    case spdlog::level::debug:
-      return "DEBUG ";
-    case spdlog::level::info:
-      return "INFO ";
-    case spdlog::level::warn:
-      return "WARNING ";
-    case spdlog::level::err:
-      return "ERROR ";
-    default:
-      return "? ";
-  }
-}
-
 }  // namespace
 
-class LogCapture::Sink : public spdlog::sinks::base_sink<std::mutex> {
- public:
-  std::vector<std::string> lines() {
-    const std::lock_guard guard(mutex_);
-    return _lines;
-  }
-
-  std::vector<std::string> take() {
-    const std::lock_guard guard(mutex_);
-    return std::exchange(_lines, {});
-  }
-
- private:
-  void sink_it_(const spdlog::details::log_msg& record) override {
-    std::string line = name_of(record.level);
-    line.append(record.logger_name.data(), record.logger_name.size()).append(": ");
-    _lines.push_back(line.append(record.payload.data(), record.payload.size()));
-  }
-  void flush_() override {}
-
-  std::vector<std::string> _lines;  // guarded by mutex_ of the base
-};
-
-LogCapture::LogCapture() : _sink(std::make_shared<Sink>()) {
+LogCapture::LogCapture() : _sink(std::make_shared<spdlog::sinks::ringbuffer_sink_mt>(1000)) {
+  _sink->set_formatter(std::make_unique<spdlog::pattern_formatter>(
+      "%l %n: %v", spdlog::pattern_time_type::local, ""));
   for (const char* name : LOGGERS) {
     spdlog::drop(name);
     const auto logger = std::make_shared<spdlog::logger>(name, _sink);
@@ -66,11 +30,17 @@ LogCapture::~LogCapture() {
 }
 
 std::vector<std::string> LogCapture::lines() const {
-  return _sink->lines();
+  std::vector<std::string> lines = _sink->last_formatted();
+  lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(_taken));
+  for (std::string& line : lines)
+    std::transform(line.begin(), std::ranges::find(line, ' '), line.begin(), ::toupper);
+  return lines;
 }
 
 std::vector<std::string> LogCapture::take() {
-  return _sink->take();
+  std::vector<std::string> taken = lines();
+  _taken += taken.size();
+  return taken;
 }
 
 }  // namespace veldra

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <spdlog/sinks/ringbuffer_sink.h>
+
 #include <memory>
 #include <string>
 #include <vector>
@@ -7,7 +9,7 @@
 namespace veldra {
 
 /// Takes the layer's log lines of every level for as long as it lives, as a host's loggers would.
-/// One at a time in a process.
+/// One at a time in a process; it keeps the last thousand.
 class LogCapture {
  public:
   LogCapture();
@@ -22,8 +24,8 @@ class LogCapture {
   std::vector<std::string> take();
 
  private:
-  class Sink;
-  std::shared_ptr<Sink> _sink;
+  std::shared_ptr<spdlog::sinks::ringbuffer_sink_mt> _sink;
+  std::size_t _taken = 0;
 };
 
 }  // namespace veldra
