@@ -4,26 +4,19 @@
 #include <gtest/gtest.h>
 
 #include <future>
+#include <optional>
 
 #include "veldra/storage/database_internal.h"
 
 namespace veldra {
-namespace {
 
 TEST(EventLoopScopeTest, MarksItsThreadAloneUntilTheLastGuardIsGone) {
-  EXPECT_FALSE(_on_event_loop());
-  {
-    const EventLoopScope outer;
-    {
-      const EventLoopScope inner;
-      EXPECT_TRUE(_on_event_loop());
-    }
-    EXPECT_TRUE(_on_event_loop()) << "an inner guard took the mark away";
-    EXPECT_FALSE(std::async(std::launch::async, _on_event_loop).get())
-        << "another thread was marked too";
-  }
+  std::optional<EventLoopScope> outer(std::in_place);
+  { const EventLoopScope inner; }
+  EXPECT_TRUE(_on_event_loop()) << "an inner guard took the mark away";
+  EXPECT_FALSE(std::async(std::launch::async, _on_event_loop).get()) << "another thread was marked";
+  outer.reset();
   EXPECT_FALSE(_on_event_loop()) << "the mark outlived its guard";
 }
 
-}  // namespace
 }  // namespace veldra
