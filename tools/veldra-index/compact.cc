@@ -20,6 +20,15 @@ std::int64_t free_pages(Database& index) {
   return (*index.fetchone("PRAGMA freelist_count"))[0].as_integer();
 }
 
+void show_released(Database& index, std::int64_t total, Progress& progress) {
+  try {
+    progress.set_done(
+        static_cast<std::uint64_t>(std::max<std::int64_t>(total - free_pages(index), 0)));
+  } catch (const Error&) {
+    // The compaction itself says what is wrong with the file; the bar stands still meanwhile.
+  }
+}
+
 /// Compacts, and looks between its steps at how many free pages are left.
 Compaction compact_visibly(Database& index) {
   const std::int64_t total = free_pages(index);
@@ -30,8 +39,7 @@ Compaction compact_visibly(Database& index) {
     std::unique_lock lock(mutex);
     while (!woken.wait_for(lock, stop, LOOK_EVERY, [] { return false; }) &&
            !stop.stop_requested()) {
-      progress.set_done(
-          static_cast<std::uint64_t>(std::max<std::int64_t>(total - free_pages(index), 0)));
+      show_released(index, total, progress);
     }
   });
   const Compaction result = index.compact();

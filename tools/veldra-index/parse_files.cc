@@ -167,7 +167,10 @@ void parse_files(const std::filesystem::path& root, std::span<const PassFile> fi
   std::vector<std::jthread> threads;
   struct Stop {  // destroyed before the threads are joined, on every path
     ReadyFiles& ready;
-    ~Stop() { ready.stop(); }
+    ~Stop() {
+      ready.stop();
+      ChildProcess::kill_all();  // wakes a thread that still waits for its ctags
+    }
   } const stop{ready};
   for (int thread = 0; thread < count; ++thread) {
     threads.emplace_back([&] {
