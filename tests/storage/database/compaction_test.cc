@@ -1,93 +1,71 @@
 // Free pages go back to the file system step by step; whatever is in the way is reported, once.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <future>
 #include <locale>
 
-#include "support/database_test_access.h"
-#include "support/finished.h"
-#include "support/log_capture.h"
+#include "support/database_test.h"
 #include "support/pages.h"
-#include "support/statement_log.h"
-#include "support/temp_database.h"
 #include "veldra/platform/event_loop.h"
 
 namespace veldra {
 namespace {
 
-using namespace std::chrono_literals;
-using Access = DatabaseTestAccess;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using ::testing::MatchesRegex;
-using ::testing::StartsWith;
-
 class CompactionTest : public ::testing::Test {
  protected:
-  /// A file of small pages in `mode`, open, with `pages` in all and `free` of them free.
-  void open_with_free_pages(std::string_view mode, std::int64_t pages, std::int64_t free) {
-    make_pages(db->db_path, mode, pages, free);
+  /// A new file of small pages, open, with `pages` in all and `free` of them free.
+  void open_with_free_pages(std::int64_t pages, std::int64_t free) {
+    db->close();
+    std::filesystem::remove(db->db_path);
+    make_pages(db->db_path, "INCREMENTAL", pages, free);
     db->connect();
-    const _Space space = Access::space(*db->connection());
-    ASSERT_EQ(space.pages, pages);
-    ASSERT_EQ(space.free, free);
+    ASSERT_EQ(free_pages(), free);
     log.take();
   }
 
-  _Space space() { return Access::space(*db->connection()); }
-
-  std::string skipped_line(std::string_view level, std::string_view reason) {
-    return std::string(level) + " storage/database: Compaction of " + db->db_path.string() +
-           " skipped: " + std::string(reason);
-  }
+  std::int64_t free_pages() { return Access::space(*db->connection()).free; }
 
   LogCapture log;
   TempDatabase db{TempDatabase::State::Unconnected};
+  const std::string subject = " storage/database: Compaction of " + db->db_path.string();
 };
 
 TEST_F(CompactionTest, StartsAtTwoThousandPagesAndATenthOfTheFile) {
-  struct Case {
-    std::int64_t pages;
-    std::int64_t free;
-    bool compacts;
-  };
-  static constexpr Case cases[] = {
+  static constexpr std::tuple<std::int64_t, std::int64_t, bool> cases[] = {
       {3000, 2047, false}, {3000, 2048, true}, {20480, 2048, true}, {20481, 2048, false}};
   for (const auto& [pages, free, compacts] : cases) {
-    open_with_free_pages("INCREMENTAL", pages, free);
-    {
-      const StatementLog statements(*db->connection());
-      const Compaction expected{
-          .converted = false, .pages_released = compacts ? free : 0, .skipped = {}};
-      EXPECT_EQ(db->compact(), expected) << free << " of " << pages;
-      EXPECT_EQ(statements.count("PRAGMA incremental_vacuum(1024)"), compacts ? 2 : 0);
-    }
-    EXPECT_EQ(space().free, compacts ? 0 : free);
-    EXPECT_EQ(log.take().size(), compacts ? 1U : 0U);
-    db->close();
-    std::filesystem::remove(db->db_path);
+    open_with_free_pages(pages, free);
+    EXPECT_EQ(db->compact(), (Compaction{false, compacts ? free : 0, {}})) << free << "/" << pages;
+    EXPECT_EQ(free_pages(), compacts ? 0 : free);
   }
 }
 
-TEST_F(CompactionTest, ShortensTheFileAndSaysSo) {
-  open_with_free_pages("INCREMENTAL", 5000, 4000);
+TEST_F(CompactionTest, AReaderWithAnOldSnapshotOnlyDelaysTheShrinking) {
+  open_with_free_pages(5000, 4000);
+  // 5000 pages of 512 bytes are 2.4 MiB, 1000 are 0.5.
+  const std::string compacted = "INFO storage/database: Compacted " + db->db_path.string() +
+                                ": 4000 free pages released \\(2 -> ";
   EXPECT_EQ(db->compact().pages_released, 4000);
+  EXPECT_THAT(log.take(), ElementsAre(MatchesRegex(compacted + "0 MiB\\) in [0-9]+\\.[0-9]s")));
   EXPECT_LE(std::filesystem::file_size(db->db_path), 1000U * PAGE_BYTES);
   EXPECT_EQ(std::filesystem::file_size(db->db_path.string() + "-wal"), 0U);
-  // 5000 pages of 512 bytes are 2.4 MiB, 1000 are 0.5.
-  EXPECT_THAT(
-      log.take(),
-      ElementsAre(MatchesRegex("INFO storage/database: Compacted " + db->db_path.string() +
-                               ": 4000 free pages released \\(2 -> 0 MiB\\) in [0-9]+\\.[0-9]s")));
   EXPECT_EQ(dump(*db, "PRAGMA busy_timeout"), "5000") << "the checkpoint's patience was kept";
-  EXPECT_TRUE(db->check_integrity());
+
+  open_with_free_pages(5000, 4000);
+  Connection other(db->db_path);
+  Cursor reader = other.execute("SELECT * FROM filler");
+  reader.fetchone();
+  EXPECT_EQ(db->compact().pages_released, 4000);
+  EXPECT_THAT(log.take(), ElementsAre("INFO" + subject +
+                                          ": a reader still uses an older snapshot, so the file "
+                                          "shrinks at a later checkpoint",
+                                      MatchesRegex(compacted + "2 MiB\\) in .*s")));
+  EXPECT_EQ(std::filesystem::file_size(db->db_path), 5000U * PAGE_BYTES);
+  reader.close();
+  db->close();
+  other.close();
+  EXPECT_LE(std::filesystem::file_size(db->db_path), 1000U * PAGE_BYTES);
 }
 
 TEST_F(CompactionTest, TheHostsLocaleDoesNotChangeTheLine) {
   struct Grouped : std::numpunct<char> {
-    char do_thousands_sep() const override { return '.'; }
     std::string do_grouping() const override { return "\3"; }
     char do_decimal_point() const override { return ','; }
   };
@@ -97,144 +75,78 @@ TEST_F(CompactionTest, TheHostsLocaleDoesNotChangeTheLine) {
   EXPECT_THAT(text, MatchesRegex("1234567 free pages released \\(3000 -> 1 MiB\\) in 1\\.[23]s"));
 }
 
-TEST_F(CompactionTest, AFileInFullAutoVacuumModeEndsWell) {
-  open_with_free_pages("FULL", 5000, 4000);
-  const Compaction result = db->compact();
-  EXPECT_FALSE(result.converted);
-  EXPECT_EQ(result.skipped, std::nullopt);
-  EXPECT_EQ(space().free, 4000 - result.pages_released);
-  EXPECT_THAT(log.take(), ElementsAre(StartsWith("INFO storage/database: Compacted ")));
-}
-
 TEST_F(CompactionTest, EachKindOfSkipIsReportedOnceAtItsLevel) {
-  const auto expect_skip = [&](const std::string& reason, auto compact) {
-    for (const char* const level : {"INFO", "DEBUG", "DEBUG"}) {
-      const Compaction expected{.converted = false, .pages_released = 0, .skipped = reason};
-      EXPECT_EQ(compact(), expected);
-      EXPECT_THAT(log.take(), ElementsAre(skipped_line(level, reason)));
+  const auto expect_skip = [&](const std::string& reason, const std::string& first_level,
+                               const std::string& error, auto compact) {
+    for (const std::string& level : {first_level, std::string("DEBUG"), std::string("DEBUG")}) {
+      EXPECT_EQ(compact(), (Compaction{false, 0, reason}));
+      EXPECT_THAT(log.take(), ElementsAre(level + subject + " skipped: " + reason + error));
     }
   };
-  expect_skip("the database is closed", [&] { return db->compact(); });
-  open_with_free_pages("INCREMENTAL", 5000, 4000);
-  expect_skip("called on the event loop: a pool thread compacts", [&] {
-    const EventLoopScope loop;
-    std::promise<void> locked;
-    std::promise<void> done;
-    std::future<void> holder = std::async(std::launch::async, [&] {
-      const std::lock_guard guard(Access::lock(*db));
-      locked.set_value();
-      done.get_future().wait();
-    });
-    locked.get_future().wait();
-    const Compaction result = db->compact();  // would hang if it waited for the lock
-    done.set_value();
-    return result;
+  const auto compact = [&] { return db->compact(); };
+  expect_skip("the database is closed", "INFO", "", compact);
+  open_with_free_pages(5000, 4000);
+  expect_skip("called on the event loop: a pool thread compacts", "INFO", "", [&] {
+    const std::lock_guard held(Access::lock(*db));
+    return std::async(std::launch::async,
+                      [&] {
+                        const EventLoopScope loop;
+                        return db->compact();  // would hang if it waited for the lock
+                      })
+        .get();
   });
-  expect_skip("called inside a transaction", [&] {
+  expect_skip("called inside a transaction", "INFO", "", [&] {
     Compaction result;
-    db->transaction([&](Cursor& cursor) {
-      cursor.execute("PRAGMA user_version = 1");
-      result = db->compact();
-      EXPECT_EQ(Access::tx_depth(*db), 1);
-    });
+    db->transaction([&](Cursor&) { result = db->compact(); });
     return result;
   });
   // Neither closing nor connecting forgets what was reported.
   db->close();
   db->compact();
-  EXPECT_THAT(log.take(), ElementsAre(skipped_line("DEBUG", "the database is closed")));
+  EXPECT_THAT(log.take(), ElementsAre(StartsWith("DEBUG" + subject)));
   db->connect();
+  // The file's size cannot be told: an error of the file system.
+  std::filesystem::rename(db->db_path, db.directory / "moved.db");
+  const std::string missing = db->db_path.string() + ": No such file or directory";
+  EXPECT_THAT(db->compact().skipped.value(), MatchesRegex("failed: .*" + missing));
+  const std::string report = " skipped: failed: .*\nOSError: .*" + missing + "\ncompacting .*";
+  EXPECT_THAT(log.take(), ElementsAre(MatchesRegex("WARNING" + subject + report)));
+  db->compact();
+  EXPECT_THAT(log.take(), ElementsAre(MatchesRegex("DEBUG" + subject + report)));
+  std::filesystem::rename(db.directory / "moved.db", db->db_path);
   EXPECT_EQ(db->compact().pages_released, 4000) << "a skip changed something";
 }
 
-TEST_F(CompactionTest, AnErrorIsAttachedToItsReport) {
-  open_with_free_pages("INCREMENTAL", 5000, 4000);
-  // A statement that has not ended keeps the log from being checkpointed.
-  Cursor unfinished = db->execute("SELECT * FROM filler");
-  const std::string reason = "failed: database table is locked";
-  for (const char* const level : {"WARNING", "DEBUG"}) {
-    db->execute("PRAGMA user_version = 1");
-    EXPECT_EQ(db->compact().skipped, reason);
-    EXPECT_THAT(log.take(),
-                ElementsAre(skipped_line(level, reason) +
-                            "\nOperationalError: database table is locked\ncompacting " +
-                            db->db_path.string()));
-    db->execute("CREATE TABLE IF NOT EXISTS more (b)");
-    db->execute("INSERT INTO more SELECT zeroblob(2000000)");
-    db->execute("DELETE FROM more");
-  }
-  unfinished.close();
-  // The file's size cannot be told: an error of the file system.
-  std::filesystem::rename(db->db_path, db.directory / "moved.db");
-  EXPECT_THAT(db->compact().skipped.value(),
-              MatchesRegex("failed: .*index.db: No such file or directory"));
-  EXPECT_THAT(log.take(), ElementsAre(MatchesRegex("DEBUG .*\nOSError: .*\ncompacting .*")));
-  std::filesystem::rename(db.directory / "moved.db", db->db_path);
-}
-
-TEST_F(CompactionTest, AReaderWithAnOldSnapshotOnlyDelaysTheShrinking) {
-  open_with_free_pages("INCREMENTAL", 5000, 4000);
-  Connection other(db->db_path);
-  Cursor reader = other.execute("SELECT * FROM filler");
-  reader.fetchone();
-  EXPECT_EQ(db->compact().pages_released, 4000);
-  EXPECT_THAT(
-      log.take(),
-      ElementsAre("INFO storage/database: Compaction of " + db->db_path.string() +
-                      ": a reader still uses an older snapshot, so the file shrinks at a later "
-                      "checkpoint",
-                  StartsWith("INFO storage/database: Compacted ")));
-  EXPECT_EQ(std::filesystem::file_size(db->db_path), 5000U * PAGE_BYTES);
-  reader.close();
-  db->close();
-  other.close();
-  EXPECT_LE(std::filesystem::file_size(db->db_path), 1000U * PAGE_BYTES);
-}
-
-TEST_F(CompactionTest, AWriterWaitsForOneStepAtMost) {
-  // compaction            writer
-  // step 1 begins         asks for the lock
-  // step 1 ends
+TEST_F(CompactionTest, AWriterWaitsForOneStepAtMostAndClosingEndsTheRest) {
+  // compaction            writer                       closer
+  // step 3 begins         asks for the lock
+  // step 3 ends
   //                       writes
-  // step 2 begins ...
-  open_with_free_pages("INCREMENTAL", 10'000, 9'000);
+  // step 5 begins                                      asks for the lock
+  // step 5 ends
+  //                                                    closes
+  open_with_free_pages(10'000, 9'000);
+  static constexpr std::string_view INSERT = "INSERT INTO filler VALUES (zeroblob(1))";
   std::future<void> writer;
-  std::atomic<int> steps = 0;
-  int steps_before_the_write = 0;
-  Compaction result;
-  {
-    const StatementWatch watch(*db->connection(), [&](std::string_view statement) {
-      if (statement == "INSERT INTO filler VALUES (zeroblob(1))") {
-        steps_before_the_write = steps;
-        return;
-      }
-      if (!statement.starts_with("PRAGMA incremental_vacuum") || ++steps != 3) return;
-      writer = std::async(std::launch::async,
-                          [&] { db->execute("INSERT INTO filler VALUES (zeroblob(1))"); });
-      EXPECT_FALSE(finished(writer, 50ms)) << "written in the middle of a step";
-    });
-    result = db->compact();
-    EXPECT_TRUE(finished(writer));
-  }
-  EXPECT_GE(result.pages_released, 8'999);
-  EXPECT_GE(steps, 9);
-  EXPECT_EQ(steps_before_the_write, 3) << "the writer waited for more than the running step";
-}
-
-TEST_F(CompactionTest, ClosingBetweenTwoStepsEndsIt) {
-  open_with_free_pages("INCREMENTAL", 10'000, 9'000);
   std::future<void> closing;
-  std::optional<StatementWatch> watch(
-      std::in_place, *db->connection(), [&](std::string_view statement) {
-        if (!statement.starts_with("PRAGMA incremental_vacuum") || closing.valid()) return;
-        closing = std::async(std::launch::async, [&] { db->close(); });
-        EXPECT_FALSE(finished(closing, 50ms)) << "closed under a running step";
-      });
-  const std::shared_ptr<Connection> writer = db->connection();
-  const Compaction expected{.converted = false, .pages_released = 1024, .skipped = {}};
-  EXPECT_EQ(db->compact(), expected);
+  int steps = 0;
+  int steps_before_the_write = 0;
+  const std::shared_ptr<Connection> connection = db->connection();
+  const StatementWatch watch(*connection, [&](std::string_view statement) {
+    if (statement == INSERT) steps_before_the_write = steps;
+    if (!statement.starts_with("PRAGMA incremental_vacuum(1024)")) return;
+    if (++steps == 3) {
+      writer = std::async(std::launch::async, [&] { db->execute(INSERT); });
+      EXPECT_FALSE(finished(writer, 50ms)) << "written in the middle of a step";
+    } else if (steps == 5) {
+      closing = std::async(std::launch::async, [&] { db->close(); });
+      EXPECT_FALSE(finished(closing, 50ms)) << "closed under a running step";
+    }
+  });
+  EXPECT_EQ(db->compact(), (Compaction{false, 5 * 1024, {}})) << "less or more than five steps";
+  EXPECT_TRUE(finished(writer));
   EXPECT_TRUE(finished(closing));
-  EXPECT_TRUE(db->closed());
+  EXPECT_EQ(steps_before_the_write, 3) << "the writer waited for more than the running step";
   EXPECT_THAT(log.take(), ElementsAre(StartsWith("INFO storage/database: Compacted ")));
 }
 
