@@ -26,25 +26,6 @@ const std::pair<std::string, Fault> FAULTS[] = {
     {"memory", {SystemCall::Memory}},
 };
 
-/// What a run came to: the text of a documented error, or "". Anything else fails the test.
-std::string outcome_of(const std::function<void()>& run) {
-  try {
-    run();
-  } catch (const ProgrammingError& error) {
-    ADD_FAILURE() << "blamed the caller: " << error.what();
-  } catch (const Error& error) {
-    return error.what();
-  } catch (const OSError& error) {
-    return error.what();
-  } catch (const SchemaMigrationError& error) {
-    return error.what();
-  } catch (const std::exception& error) {
-    ADD_FAILURE() << "an error that is not documented: " << typeid(error).name() << ": "
-                  << error.what();
-  }
-  return "";
-}
-
 void expect_at_rest(Database& db, bool still_failing) {
   const auto taken = std::async(std::launch::async, [&] {
                        FairMutex& lock = DatabaseTestAccess::lock(db);

@@ -147,6 +147,26 @@ std::string name_of(const testing::TestParamInfo<Operation>& operation) {
   return name;
 }
 
+std::string outcome_of(const std::function<void()>& run) {
+  try {
+    run();
+  } catch (const ProgrammingError& error) {
+    ADD_FAILURE() << "blamed the caller: " << error.what();
+  } catch (const Error& error) {
+    return error.what();
+  } catch (const OSError& error) {
+    return error.what();
+  } catch (const RuntimeError& error) {
+    return error.what();
+  } catch (const SchemaMigrationError& error) {
+    return error.what();
+  } catch (const std::exception& error) {
+    ADD_FAILURE() << "an error that is not documented: " << typeid(error).name() << ": "
+                  << error.what();
+  }
+  return "";
+}
+
 void OperationTest::copy_files(const TempDirectory& to) const {
   std::filesystem::copy(_template.path(), to.path());
 }

@@ -39,6 +39,9 @@ inline std::filesystem::path index_in(const std::filesystem::path& directory) {
   return directory / "index.db";
 }
 
+/// What a run came to: the text of a documented error, or "". Anything else fails the test.
+std::string outcome_of(const std::function<void()>& run);
+
 /// An operation, a copy of its files for every try, and every state of the index file that another
 /// program may ever see: what a failure leaves must be one of them, whole.
 class OperationTest : public testing::TestWithParam<Operation> {
