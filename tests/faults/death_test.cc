@@ -69,10 +69,13 @@ TEST_P(KillTest, LeavesAWholeFile) {
   SCOPED_TRACE("VELDRA_SEED=" + std::to_string(seed));
   TempDirectory directory;
   copy_files(directory);
+  Database db(index_in(directory.path()));
+  if (GetParam().on_open_database) db.connect();
   const Clock::time_point started = Clock::now();
-  expect_works(index_in(directory.path()));
+  GetParam().run(db);
   const auto longest =
       std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - started);
+  db.close();
 
   const long kills = asked_for("VELDRA_KILLS", 8);
   std::uniform_int_distribution<std::chrono::microseconds::rep> delay(0, longest.count());
