@@ -47,7 +47,8 @@ void ConnectionState::take_back(std::unique_ptr<Statement> statement) noexcept {
   const auto loan = std::find(lent.rbegin(), lent.rend(), statement.get());
   *loan = lent.back();
   lent.pop_back();
-  if (db != nullptr) cache.park(std::move(statement));
+  const bool ended = statement->get() == nullptr;  // by a close that SQLite then refused
+  if (db != nullptr && !ended) cache.park(std::move(statement));
 }
 
 int ConnectionState::roll_back() noexcept {
