@@ -27,7 +27,7 @@ constexpr std::string_view COPY_CHUNKS =
     "SELECT rowid, text, start_line, end_line, exact FROM stg.code_chunks";
 
 /// The page cache of a swap, in the pragma's unit: KiB, negative.
-constexpr std::int64_t SWAP_CACHE_SIZE = -48 * 1024;
+constexpr std::int64_t SWAP_CACHE_SIZE = -48 * std::int64_t{1024};
 
 // The names in the statements below are those of the two orders, and of columns that the file
 // itself declares; SQLite binds values, not names.
