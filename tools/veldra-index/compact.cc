@@ -42,7 +42,7 @@ Compaction compact_visibly(Database& index) {
       show_released(index, total, progress);
     }
   });
-  const Compaction result = index.compact();
+  Compaction result = index.compact();
   progress.set_done(static_cast<std::uint64_t>(result.pages_released));
   return result;
 }
