@@ -246,7 +246,8 @@ int run(int argc, char** argv) {
 }  // namespace veldra::tool
 
 int main(int argc, char** argv) {
-  ::signal(SIGPIPE, SIG_IGN);  // a reader that went away ends a write, not the program
+  static_cast<void>(
+      ::signal(SIGPIPE, SIG_IGN));  // a reader that went away ends a write, not the program
   const veldra::tool::InterruptWatch watch;
   try {
     return veldra::tool::run(argc, argv);
