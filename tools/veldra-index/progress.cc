@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdio>
 #include <exception>
 #include <iostream>
@@ -25,7 +26,7 @@ std::string number(const char* format, double value) {
 }
 
 std::string clock(double seconds) {
-  const auto whole = static_cast<int>(seconds + 0.5);
+  const auto whole = static_cast<int>(std::lround(seconds));
   std::array<char, 32> text{};
   (void)std::snprintf(text.data(), text.size(), "%d:%02d", whole / 60, whole % 60);
   return text.data();

@@ -66,7 +66,9 @@ class Lister {
     for (; entries != fs::directory_iterator(); entries.increment(error)) {
       const std::string name = entries->path().filename().string();
       if (name.starts_with('.')) continue;
-      const std::string path = folder.empty() ? name : folder + "/" + name;
+      std::string path = folder;
+      if (!path.empty()) path += '/';
+      path += name;
       if (entries->is_symlink(error)) continue;
       if (entries->is_directory(error)) {
         if (!_place.owns_folder(path)) add_folder(path);
