@@ -7,6 +7,7 @@
 
 #include "veldra/errors.h"
 #include "veldra/sqlite/connection_state.h"
+#include "veldra/sqlite/query.h"
 
 namespace veldra {
 namespace {
@@ -68,6 +69,23 @@ Cursor Connection::executemany(std::string_view sql, const ParamsList& params_li
   Cursor result(_state);
   result.executemany(sql, params_list);
   return result;
+}
+
+std::optional<Row> Connection::fetchone(std::string_view sql, const Params& params) {
+  Query query(*_state, sql, params);
+  std::optional<Row> first = query.next();
+  if (!query.only_reads() && first) {
+    while (query.next()) {
+    }
+  }
+  return first;
+}
+
+std::vector<Row> Connection::fetchall(std::string_view sql, const Params& params) {
+  Query query(*_state, sql, params);
+  std::vector<Row> rows;
+  while (std::optional<Row> row = query.next()) rows.push_back(*std::move(row));
+  return rows;
 }
 
 void Connection::close() {

@@ -3,8 +3,10 @@
 #include <chrono>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "veldra/export.h"
 #include "veldra/sqlite/cursor.h"
@@ -47,6 +49,11 @@ class VELDRA_EXPORT Connection {
   Cursor cursor();
   Cursor execute(std::string_view sql, const Params& params = {});
   Cursor executemany(std::string_view sql, const ParamsList& params_list);
+
+  /// The first row that `sql` gives, or all of them. No statement is open when they return: one that
+  /// writes has run to its end, the rest of a query is not read.
+  std::optional<Row> fetchone(std::string_view sql, const Params& params = {});
+  std::vector<Row> fetchall(std::string_view sql, const Params& params = {});
 
   /// Finishes every statement, rolls an open transaction back and closes the handle. May be
   /// repeated. Throws `Error` when SQLite refuses; the connection then stays open.

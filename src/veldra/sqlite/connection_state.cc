@@ -3,7 +3,8 @@
 
 #include <sqlite3.h>
 
-#include <algorithm>
+#include <string>
+#include <utility>
 
 #include "veldra/errors.h"
 
@@ -22,33 +23,66 @@ bool means_damage(int code) {
   }
 }
 
+int bind_value(sqlite3_stmt* statement, int position, const Value& value,
+         sqlite3_destructor_type keeping) {
+  switch (value.type()) {
+    case StorageClass::Integer:
+      return sqlite3_bind_int64(statement, position, value.as_integer());
+    case StorageClass::Real:
+      return sqlite3_bind_double(statement, position, value.as_real());
+    case StorageClass::Text: {
+      const std::string_view text = value.as_text();
+      return sqlite3_bind_text64(statement, position, text.data(), text.size(), keeping,
+                                 SQLITE_UTF8);
+    }
+    case StorageClass::Blob: {
+      const auto blob = value.as_blob();
+      // A null address would bind NULL (https://www.sqlite.org/c3ref/bind_blob.html).
+      if (blob.empty()) return sqlite3_bind_zeroblob(statement, position, 0);
+      return sqlite3_bind_blob64(statement, position, blob.data(), blob.size(), keeping);
+    }
+    case StorageClass::Null:
+      break;
+  }
+  return sqlite3_bind_null(statement, position);
+}
+
 }  // namespace
 
 ConnectionState::ConnectionState() = default;
 ConnectionState::~ConnectionState() = default;
 
-std::unique_ptr<Statement> ConnectionState::lend(std::string_view sql) {
+Statement* ConnectionState::lend(std::string_view sql) {
   if (owes_rollback) settle();
-  lent.reserve(lent.size() + 1);  // so that noting the loan below cannot fail
-  std::unique_ptr<Statement> statement = cache.take(sql);
-  if (!statement) {
-    try {
-      statement = Statement::prepare(db, sql);
-    } catch (const Error& error) {
-      damaged = damaged || means_damage(error.code());
-      throw;
-    }
+  if (Statement* const kept = statements.lend(sql)) return kept;
+  try {
+    std::unique_ptr<Statement> prepared = Statement::prepare(db, sql);
+    return prepared ? statements.add(std::move(prepared)) : nullptr;
+  } catch (const Error& error) {
+    damaged = damaged || means_damage(error.code());
+    throw;
   }
-  if (statement) lent.push_back(statement.get());
-  return statement;
 }
 
-void ConnectionState::take_back(std::unique_ptr<Statement> statement) noexcept {
-  const auto loan = std::find(lent.rbegin(), lent.rend(), statement.get());
-  *loan = lent.back();
-  lent.pop_back();
-  const bool ended = statement->get() == nullptr;  // by a close that SQLite then refused
-  if (db != nullptr && !ended) cache.park(std::move(statement));
+void ConnectionState::bind(Statement* statement, const Params& params, Binding binding) {
+  const int placeholders = statement != nullptr ? statement->parameters() : 0;
+  if (std::cmp_not_equal(params.size(), placeholders)) {
+    throw ProgrammingError("the statement has " + std::to_string(placeholders) + " placeholders, " +
+                           std::to_string(params.size()) + " parameters were given");
+  }
+  const auto keeping = binding == Binding::Borrowed ? SQLITE_STATIC : SQLITE_TRANSIENT;
+  int position = 0;
+  for (const Value& value : params) {
+    const int code = bind_value(statement->get(), ++position, value, keeping);
+    if (code != SQLITE_OK) fail(code);
+  }
+}
+
+bool ConnectionState::step(Statement& statement) {
+  const int code = statement.step();
+  if (code == SQLITE_ROW) return true;
+  if (code != SQLITE_DONE) fail(code);
+  return false;
 }
 
 int ConnectionState::roll_back() noexcept {
@@ -74,8 +108,7 @@ void ConnectionState::fail(int code) {
 
 int ConnectionState::close() noexcept {
   if (db == nullptr) return SQLITE_OK;
-  for (Statement* statement : lent) statement->finalize();
-  cache.clear();
+  statements.finalize();
   rollback.reset();
   const int code = sqlite3_close(db);  // not _v2: a zombie would keep file, log and locks
   if (code == SQLITE_OK) db = nullptr;

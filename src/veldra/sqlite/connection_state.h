@@ -3,13 +3,16 @@
 #include <memory>
 #include <mutex>
 #include <string_view>
-#include <vector>
 
 #include "veldra/sqlite/statement.h"
+#include "veldra/sqlite/value.h"
 
 struct sqlite3;
 
 namespace veldra {
+
+/// Whether SQLite copies the parameters, or may rely on them until the statement is given back.
+enum class Binding { Copied, Borrowed };
 
 /// What a connection shares with its cursors, which may outlive it. Internal.
 ///
@@ -21,9 +24,15 @@ struct ConnectionState {
   ConnectionState& operator=(const ConnectionState&) = delete;
   ~ConnectionState();
 
-  /// Lends the statement of `sql` to a cursor, prepared now or before; none for a text without any.
-  std::unique_ptr<Statement> lend(std::string_view sql);
-  void take_back(std::unique_ptr<Statement> statement) noexcept;
+  /// Lends the statement of `sql` to a cursor, which gives it back to `statements`; prepared now or
+  /// before, null for a text without any.
+  Statement* lend(std::string_view sql);
+
+  /// Binds as many parameters as the statement has placeholders; null, for no statement, has none.
+  void bind(Statement* statement, const Params& params, Binding binding);
+
+  /// Steps; true when the statement stands on a row.
+  bool step(Statement& statement);
 
   /// Ends a transaction that an earlier rollback could not end for want of memory. Without this the
   /// writes that follow would be acknowledged inside it, and lost.
@@ -49,9 +58,8 @@ struct ConnectionState {
   sqlite3* db = nullptr;  // null once closed
   bool damaged = false;
   bool owes_rollback = false;
-  StatementCache cache;
+  StatementCache statements;
   std::unique_ptr<Statement> rollback;  // prepared ahead; none before the first transaction
-  std::vector<Statement*> lent;  // to be finished when the connection closes under its cursors
 };
 
 }  // namespace veldra

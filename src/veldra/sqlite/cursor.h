@@ -63,16 +63,8 @@ class VELDRA_EXPORT Cursor {
 
  private:
   friend class Connection;
-  template <typename Fetch>
-  friend auto _run_query(Connection& connection, std::string_view sql, const Params& params,
-                         Fetch&& fetch);
-
-  /// How long the caller keeps the parameters: a borrowed text is bound without a copy.
-  enum class Lifetime { ThisCall, UntilClosed };
 
   explicit Cursor(std::shared_ptr<ConnectionState> state) noexcept;
-
-  void _execute(std::string_view sql, const Params& params, Lifetime lifetime);
 
   /// Runs `operation` under the connection's mutex; after an error no statement is left open.
   template <typename Operation>
@@ -81,8 +73,6 @@ class VELDRA_EXPORT Cursor {
   // Callers of these hold the connection's mutex.
   void _check_open() const;
   void _prepare(std::string_view sql);
-  void _bind(const Params& params, Lifetime lifetime);
-  bool _step();
   void _run_to_end();
   std::optional<Row> _next();
   void _finish() noexcept;
@@ -91,9 +81,9 @@ class VELDRA_EXPORT Cursor {
   std::shared_ptr<ConnectionState>
       _state;  // its mutex guards every field below; none when moved from
   bool _closed = false;
-  std::unique_ptr<Statement> _statement;  // none when there are no rows left to read from it
-  bool _on_row = false;                   // the statement stands on a row not handed out yet
-  std::vector<Row> _rows;                 // the rows of a statement that writes, already run
+  Statement* _statement = nullptr;  // on loan; null when there are no rows left to read from it
+  bool _on_row = false;             // the statement stands on a row not handed out yet
+  std::vector<Row> _rows;           // the rows of a statement that writes, already run
   std::size_t _next_row = 0;
   std::int64_t _rowcount = -1;
 };

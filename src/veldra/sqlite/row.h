@@ -44,6 +44,7 @@ class VELDRA_EXPORT Row {
 
  private:
   friend class Cursor;
+  friend class Query;
 
   struct Block;
   struct Free {

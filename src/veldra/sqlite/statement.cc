@@ -154,26 +154,37 @@ void Statement::finalize() noexcept {
   _statement = nullptr;
 }
 
-StatementCache::StatementCache() {
-  _parked.reserve(CAPACITY + 1);
-}
-
-std::unique_ptr<Statement> StatementCache::take(std::string_view sql) noexcept {
-  for (auto parked = _parked.rbegin(); parked != _parked.rend(); ++parked) {
-    if (parked->length != sql.size() || parked->statement->sql() != sql) continue;
-    std::unique_ptr<Statement> statement = std::move(parked->statement);
-    _parked.erase(std::next(parked).base());
-    return statement;
+Statement* StatementCache::lend(std::string_view sql) noexcept {
+  for (auto kept = _kept.rbegin(); kept != _kept.rend(); ++kept) {
+    if (kept->length != sql.size() || kept->lent || kept->statement->sql() != sql) continue;
+    kept->lent = true;
+    std::rotate(_kept.rbegin(), kept, std::next(kept));
+    return _kept.back().statement.get();
   }
   return nullptr;
 }
 
-void StatementCache::park(std::unique_ptr<Statement> statement) noexcept {
-  if (!statement->reusable()) return;
-  statement->reset();
+Statement* StatementCache::add(std::unique_ptr<Statement> statement) {
   const std::size_t length = statement->sql().size();
-  _parked.push_back({length, std::move(statement)});
-  if (_parked.size() > CAPACITY) _parked.erase(_parked.begin());
+  _kept.push_back({.length = length, .statement = std::move(statement), .lent = true});
+  return _kept.back().statement.get();
+}
+
+void StatementCache::take_back(Statement* statement) noexcept {
+  const auto kept = std::ranges::find(_kept.rbegin(), _kept.rend(), statement,
+                                      [](const Kept& it) { return it.statement.get(); });
+  if (statement->get() == nullptr || !statement->reusable()) {
+    _kept.erase(std::next(kept).base());
+    return;
+  }
+  statement->reset();
+  kept->lent = false;
+  if (_kept.size() > CAPACITY) _kept.erase(std::ranges::find(_kept, false, &Kept::lent));
+}
+
+void StatementCache::finalize() noexcept {
+  std::erase_if(_kept, [](const Kept& kept) { return !kept.lent; });
+  for (const Kept& kept : _kept) kept.statement->finalize();
 }
 
 }  // namespace veldra

@@ -66,30 +66,34 @@ class Statement {
   int _names_of_preparation = -1;  // how often SQLite had prepared it again when `_names` were read
 };
 
-/// Prepared statements that no cursor uses, found by their text; the least recently used goes
-/// first. Internal; the connection's mutex guards it.
+/// The prepared statements of a connection, found by their text and lent to one cursor at a time.
+/// Beyond `CAPACITY` the least recently used that is not lent goes. Internal; the connection's
+/// mutex guards it.
 class StatementCache {
  public:
   static constexpr std::size_t CAPACITY = 64;
 
-  StatementCache();
+  /// Lends the statement of this text; null when there is none, or when each is lent already.
+  Statement* lend(std::string_view sql) noexcept;
 
-  /// Takes the statement of this text out, so that no two cursors share it; none when there is
-  /// none.
-  std::unique_ptr<Statement> take(std::string_view sql) noexcept;
+  /// Keeps a new statement, and lends it.
+  Statement* add(std::unique_ptr<Statement> statement);
 
   /// Keeps a statement for its next use, reset; one that is not reusable ends here.
-  void park(std::unique_ptr<Statement> statement) noexcept;
+  void take_back(Statement* statement) noexcept;
 
-  void clear() noexcept { _parked.clear(); }
+  /// Finishes every statement, because the connection closes; who has one on loan still gives it
+  /// back.
+  void finalize() noexcept;
 
  private:
-  struct Parked {
+  struct Kept {
     std::size_t length;  // compared before the text: no key is built and few texts are touched
     std::unique_ptr<Statement> statement;
+    bool lent;
   };
 
-  std::vector<Parked> _parked;  // the most recently used last; its memory is reserved ahead
+  std::vector<Kept> _kept;  // the most recently lent last
 };
 
 /// The text after white space, semicolons and comments; "" when nothing else is there.

@@ -245,7 +245,7 @@ class VELDRA_EXPORT Database {
 
   // Queries
   template <typename Fetch>
-  auto _query(std::string_view sql, const Params& params, Fetch&& fetch);
+  auto _query(std::string_view sql, Fetch&& fetch);
   std::shared_ptr<ReaderPool> _readers_for(std::string_view sql) const;
   std::int64_t _count(std::string_view sql);
 

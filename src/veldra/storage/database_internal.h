@@ -40,21 +40,12 @@ bool _is_read_statement(std::string_view sql);
 /// True when the writer connection has to run the statement that a read connection refused.
 bool _reader_cannot_serve(const OperationalError& error);
 
-/// Runs one statement on a cursor of its own and returns what `fetch` makes of it. The cursor is
-/// closed on every path. `params` are not copied: they stay until the cursor is closed.
 template <typename Fetch>
-auto _run_query(Connection& connection, std::string_view sql, const Params& params, Fetch&& fetch) {
-  Cursor cursor = connection.cursor();
-  cursor._execute(sql, params, Cursor::Lifetime::UntilClosed);
-  return std::forward<Fetch>(fetch)(cursor);
-}
-
-template <typename Fetch>
-auto Database::_query(std::string_view sql, const Params& params, Fetch&& fetch) {
+auto Database::_query(std::string_view sql, Fetch&& fetch) {
   if (const std::shared_ptr<ReaderPool> readers = _readers_for(sql)) {
     try {
       const ReaderPool::Lease reader = readers->lease();
-      return _run_query(*reader, sql, params, fetch);
+      return fetch(*reader);
     } catch (const ReaderUnavailable&) {
       // The writer connection serves it, below.
     } catch (const OperationalError& error) {
@@ -62,7 +53,7 @@ auto Database::_query(std::string_view sql, const Params& params, Fetch&& fetch)
     }
   }
   const std::lock_guard guard(_lock);
-  return _run_query(*connection(), sql, params, fetch);
+  return fetch(*connection());
 }
 
 // Generation and stamp  (database/generation.cc) -------------------------------------------------

@@ -24,8 +24,11 @@ ReaderPool::ReaderPool(std::filesystem::path path, int count, Configure configur
 ReaderPool::Lease ReaderPool::lease(std::chrono::milliseconds patience) {
   std::unique_lock lock(_mutex);
   const auto available = [&] { return _closed || !_idle.empty() || _lent < _count; };
-  if (!available() && !_changed.wait_for(lock, patience, available)) {
-    throw ReaderUnavailable("every read connection is lent");
+  if (!available()) {
+    ++_waiting;
+    const bool in_time = _changed.wait_for(lock, patience, available);
+    --_waiting;
+    if (!in_time) throw ReaderUnavailable("every read connection is lent");
   }
   if (_closed) throw ReaderUnavailable("the reader pool is closed");
   ++_lent;
@@ -45,7 +48,9 @@ void ReaderPool::close() {
     std::unique_lock lock(_mutex);
     _closed = true;
     _changed.notify_all();
+    ++_waiting;
     _changed.wait(lock, [&] { return _lent == 0; });
+    --_waiting;
     idle.swap(_idle);
   }
   for (const std::unique_ptr<Connection>& connection : idle) connection->close();
@@ -71,7 +76,7 @@ void ReaderPool::_give_back(std::unique_ptr<Connection> connection) noexcept {
   const std::lock_guard lock(_mutex);
   _idle.push_back(std::move(connection));
   --_lent;
-  _changed.notify_all();  // under the mutex: `close` may destroy the pool as soon as it is let on
+  if (_waiting > 0) _changed.notify_all();
 }
 
 void ReaderPool::_loan_ended() noexcept {

@@ -83,6 +83,7 @@ class ReaderPool {
   std::vector<std::unique_ptr<Connection>>
       _idle;              // its memory is reserved ahead: giving back cannot fail
   std::size_t _lent = 0;  // counts a connection being opened, so `_count` is never exceeded
+  int _waiting = 0;       // threads in a wait on `_changed`: waking nobody is not free either
   bool _closed = false;
 };
 

@@ -8,11 +8,11 @@
 namespace veldra {
 
 std::optional<Row> Database::fetchone(std::string_view sql, const Params& params) {
-  return _query(sql, params, [](Cursor& cursor) { return cursor.fetchone(); });
+  return _query(sql, [&](Connection& connection) { return connection.fetchone(sql, params); });
 }
 
 std::vector<Row> Database::fetchall(std::string_view sql, const Params& params) {
-  return _query(sql, params, [](Cursor& cursor) { return cursor.fetchall(); });
+  return _query(sql, [&](Connection& connection) { return connection.fetchall(sql, params); });
 }
 
 std::shared_ptr<ReaderPool> Database::_readers_for(std::string_view sql) const {
