@@ -1,50 +1,35 @@
-// A new file gets every table at once; at a later open only what is missing is added.
+// Every file ends with every table, whoever opens it beside; the tables keep their rules.
 #include "veldra/storage/core_schema.h"
 
-#include <gtest/gtest.h>
-
-#include <future>
-#include <memory>
-#include <vector>
-
-#include "support/finished.h"
+#include "support/database_test.h"
 #include "support/old_file.h"
-#include "support/temp_database.h"
-#include "veldra/errors.h"
 
 namespace veldra {
 namespace {
 
-TEST(CoreSchemaTest, ManyWhoFindANewFileAtOnceAllEndWithACompleteOne) {
-  const TempDirectory directory;
-  std::vector<std::unique_ptr<Database>> openers;
-  for (int i = 0; i < 6; ++i) {
-    openers.push_back(std::make_unique<Database>(directory / "index.db"));
-    openers.back()->connect();
+TEST(CoreSchemaTest, ManyWhoOpenAFileAtOnceAllEndWithACompleteOne) {
+  const LogCapture quiet;
+  for (const int old_files : {0, 2000}) {
+    const TempDirectory directory;
+    const std::filesystem::path path = directory / "index.db";
+    if (old_files != 0) make_old_file(path, old_files);
+    std::vector<std::future<void>> opened;
+    for (int i = 0; i < 6; ++i)
+      opened.push_back(std::async(std::launch::async, [&] {
+        Database db(path);
+        open(db);
+        EXPECT_EQ(
+            dump(db,
+                 "SELECT m.name || count(*) FROM sqlite_master AS m, pragma_table_info(m.name)"
+                 " WHERE m.type = 'table' AND m.name NOT LIKE 'code_chunks_%' GROUP BY m.name"),
+            "code_chunks4\ncomponents3\nedges5\nexternal_imports4\nfiles6\nindex_errors5\n"
+            "schema_info2\nsymbols8");
+        EXPECT_EQ(dump(db, "SELECT value FROM schema_info WHERE key = 'version'"), "3");
+      }));
+    for (std::future<void>& one : opened) EXPECT_NO_THROW(one.get());
+    EXPECT_EQ(as_another_process(path, "SELECT count(*) FROM files WHERE hash = 'stale'"),
+              std::to_string(old_files));
   }
-  std::vector<std::future<void>> created;
-  for (const auto& db : openers)
-    created.push_back(std::async(std::launch::async, [&db] { db->create_schema(); }));
-  for (std::future<void>& one : created) EXPECT_NO_THROW(one.get());
-  for (const auto& db : openers) {
-    EXPECT_EQ(dump(*db,
-                   "SELECT m.name || count(*) FROM sqlite_master AS m, pragma_table_info(m.name)"
-                   " WHERE m.type = 'table' AND m.name NOT LIKE 'code_chunks_%' GROUP BY m.name"),
-              "code_chunks4\ncomponents3\nedges5\nexternal_imports4\nfiles6\nindex_errors5\n"
-              "schema_info2\nsymbols8");
-    EXPECT_EQ(dump(*db, "SELECT * FROM schema_info"), "version|3");
-  }
-}
-
-TEST(CoreSchemaTest, EveryForeignKeyHasAnIndexForItsChildren) {
-  TempDatabase db;
-  EXPECT_EQ(dump(*db,
-                 "SELECT m.name, f.\"from\" FROM sqlite_master AS m,"
-                 " pragma_foreign_key_list(m.name) AS f WHERE m.type = 'table' AND NOT EXISTS"
-                 " (SELECT 1 FROM pragma_index_list(m.name) AS i, pragma_index_info(i.name) AS c"
-                 " WHERE c.seqno = 0 AND c.name = f.\"from\")"),
-            "")
-      << "deleting a parent scans these children";
 }
 
 TEST(CoreSchemaTest, DeletingAFileTakesWhatBelongsToItAndNothingElse) {
@@ -88,25 +73,6 @@ TEST(CoreSchemaTest, AnIdentifierWithUnderscoresIsOneWordAndOnlyTheTextIsSearche
   };
   EXPECT_EQ(hits("swap_index_from") + hits("4242"), 2U);
   EXPECT_EQ(hits("index") + hits("9"), 0U) << "a part, or a line number, was indexed as a word";
-}
-
-TEST(CoreSchemaTest, AFileWithSomeTablesGetsTheOthersOnceAndKeepsItsVersion) {
-  const TempDirectory directory;
-  make_old_file(directory / "index.db", 3);
-  Database db(directory / "index.db");
-  db.connect();
-  db.create_schema();
-  EXPECT_EQ(dump(db, "SELECT value FROM schema_info WHERE key = 'version'"), "1");
-  EXPECT_EQ(dump(db,
-                 "SELECT count(*), (SELECT count(*) FROM pragma_table_info('symbols')) FROM"
-                 " sqlite_master WHERE name IN ('code_chunks', 'files_delete_chunks',"
-                 " 'symbols_by_name')"),
-            "3|7");
-  Connection other(db.db_path);
-  other.execute("BEGIN IMMEDIATE");
-  auto created = std::async(std::launch::async, [&] { db.create_schema(); });
-  EXPECT_TRUE(finished(created, std::chrono::seconds(3))) << "it waited for another's write";
-  other.execute("ROLLBACK");
 }
 
 }  // namespace

