@@ -50,8 +50,8 @@ class VELDRA_EXPORT Connection {
   Cursor execute(std::string_view sql, const Params& params = {});
   Cursor executemany(std::string_view sql, const ParamsList& params_list);
 
-  /// The first row that `sql` gives, or all of them. No statement is open when they return: one that
-  /// writes has run to its end, the rest of a query is not read.
+  /// The first row that `sql` gives, or all of them. No statement is open when they return: one
+  /// that writes has run to its end, the rest of a query is not read.
   std::optional<Row> fetchone(std::string_view sql, const Params& params = {});
   std::vector<Row> fetchall(std::string_view sql, const Params& params = {});
 

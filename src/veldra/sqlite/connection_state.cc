@@ -24,7 +24,7 @@ bool means_damage(int code) {
 }
 
 int bind_value(sqlite3_stmt* statement, int position, const Value& value,
-         sqlite3_destructor_type keeping) {
+               sqlite3_destructor_type keeping) {
   switch (value.type()) {
     case StorageClass::Integer:
       return sqlite3_bind_int64(statement, position, value.as_integer());

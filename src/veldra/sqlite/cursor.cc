@@ -111,7 +111,8 @@ void Cursor::_prepare(std::string_view sql) {
 }
 
 void Cursor::_run_to_end() {
-  while (_state->step(*_statement)) _rows.push_back(Row(_statement->get(), _statement->column_names()));
+  while (_state->step(*_statement))
+    _rows.push_back(Row(_statement->get(), _statement->column_names()));
   if (_statement->counts_changes()) _rowcount += sqlite3_changes64(_state->db);
 }
 

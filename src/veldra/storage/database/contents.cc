@@ -249,8 +249,7 @@ RowCounts Database::_replace_contents(Connection& writer) {
   RowCounts counts;
   transaction([&](Cursor& cursor) {
     cursor.execute(TAKE_WRITE_LOCK);
-    const bool both_have_chunks =
-        _empty_code_chunks(cursor) && _has_code_chunks(cursor, "stg");
+    const bool both_have_chunks = _empty_code_chunks(cursor) && _has_code_chunks(cursor, "stg");
     // Keeping an index up to date row by row costs more than making it once from all rows.
     const std::vector<Index> indexes = plain_indexes(cursor);
     rename_statistics(cursor, "'kept ' || idx");
