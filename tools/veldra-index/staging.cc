@@ -19,13 +19,28 @@ constexpr std::string_view DROP_INDEXES =
 
 }  // namespace
 
-StagingFile::StagingFile(std::filesystem::path path)
-    : _path(std::move(path)), _database(std::make_unique<Database>(_path)) {
+StagingFile::Removal::Removal(std::filesystem::path path) : _path(std::move(path)) {
   _remove();
-  _database->connect();
-  _database->create_schema();
-  for (const std::string_view pragma : PRAGMAS) _database->execute(pragma).close();
-  _database->transaction([](Cursor& cursor) {
+}
+
+StagingFile::Removal::~Removal() {
+  _remove();
+}
+
+void StagingFile::Removal::_remove() const noexcept {
+  for (const char* suffix : {"", "-journal", "-wal", "-shm"}) {
+    std::filesystem::path file = _path;
+    file += suffix;
+    std::error_code error;
+    std::filesystem::remove(file, error);  // what cannot be removed is found by the next rebuild
+  }
+}
+
+StagingFile::StagingFile(const std::filesystem::path& path) : _removal(path), _database(path) {
+  _database.connect();
+  _database.create_schema();
+  for (const std::string_view pragma : PRAGMAS) _database.execute(pragma).close();
+  _database.transaction([](Cursor& cursor) {
     cursor.execute(DROP_INDEXES);
     for (const Row& row : cursor.fetchall()) cursor.execute(row[0].as_text());
     cursor.execute("DROP TABLE code_chunks");
@@ -33,23 +48,9 @@ StagingFile::StagingFile(std::filesystem::path path)
   });
 }
 
-StagingFile::~StagingFile() {
-  _database.reset();
-  _remove();
-}
-
 void StagingFile::fill(const std::function<void(Cursor&)>& body) {
-  _database->transaction(body);
-  _database->close();
-}
-
-void StagingFile::_remove() noexcept {
-  for (const char* suffix : {"", "-journal", "-wal", "-shm"}) {
-    std::filesystem::path file = _path;
-    file += suffix;
-    std::error_code error;
-    std::filesystem::remove(file, error);  // what cannot be removed is found by the next rebuild
-  }
+  _database.transaction(body);
+  _database.close();
 }
 
 }  // namespace veldra::tool

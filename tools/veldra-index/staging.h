@@ -2,7 +2,6 @@
 
 #include <filesystem>
 #include <functional>
-#include <memory>
 
 #include "veldra/storage/database.h"
 
@@ -16,19 +15,31 @@ namespace veldra::tool {
 class StagingFile {
  public:
   /// Removes what an earlier process left at `path`.
-  explicit StagingFile(std::filesystem::path path);
+  explicit StagingFile(const std::filesystem::path& path);
   StagingFile(const StagingFile&) = delete;
   StagingFile& operator=(const StagingFile&) = delete;
-  ~StagingFile();
+  ~StagingFile() = default;
 
   /// Runs `body` in one transaction and closes the file, complete. Once.
   void fill(const std::function<void(Cursor&)>& body);
 
  private:
-  void _remove() noexcept;
+  /// Removes the file and what belongs to it, at first and at last: also when filling it fails.
+  class Removal {
+   public:
+    explicit Removal(std::filesystem::path path);
+    Removal(const Removal&) = delete;
+    Removal& operator=(const Removal&) = delete;
+    ~Removal();
 
-  const std::filesystem::path _path;
-  std::unique_ptr<Database> _database;
+   private:
+    void _remove() const noexcept;
+
+    const std::filesystem::path _path;
+  };
+
+  const Removal _removal;  // first: the database is closed before its file goes
+  Database _database;
 };
 
 }  // namespace veldra::tool
