@@ -5,38 +5,43 @@
 #   shared        a shared build of SOURCE: its exports, its versioned name
 #   subdirectory  SOURCE as a part of another project
 #   deb           the package that cpack makes of BUILD, unpacked
-# The environment may name the compiler (CXX) and its launcher (CMAKE_CXX_COMPILER_LAUNCHER).
+# The program, its CMakeLists.txt and the commands are those of README.md. The environment may name the compiler (CXX)
+# and its launcher (CMAKE_CXX_COMPILER_LAUNCHER).
 set -eu
 kind=$1 source=$2 build=$3
 work=$build/install_test/$kind
 rm -rf "$work"
 mkdir -p "$work"
-CXX=${CXX:-c++}
-
 fail() {
   echo "$*" >&2
   exit 1
 }
 
-# expect_runs PROGRAM: it writes an index and answers from it, after what the library logs.
+# shown TEXT: the lines of README.md from the one that begins so to the next blank one.
+shown() {
+  local text
+  text=$(sed -n "/^    $1/,/^\$/s/^    //p" "$source/README.md")
+  [ -n "$text" ] || fail "README.md shows nothing that begins with: $1"
+  echo "$text"
+}
+
+# expect_runs COMMANDS: the last of them writes an index and answers from it, after what the library logs.
 expect_runs() {
   local answer
-  answer=$(cd "$work" && rm -f first.db && "$1" | tail -n 1)
+  answer=$(cd "$work/program" && rm -f first.db && bash -e -c "$1" | tail -n 1)
   [ "$answer" = "src/main.cc:12 main" ] || fail "$1 answered: $answer"
 }
 
 # expect_usable PREFIX: what is installed there serves find_package and pkg-config.
 expect_usable() {
   local prefix=$1 config
-  cmake -S "$source/tests/install" -B "$work/find_package" -G Ninja -DCMAKE_PREFIX_PATH="$prefix"
-  cmake --build "$work/find_package"
-  expect_runs "$work/find_package/consumer"
-
   config=$(find "$prefix" -name veldra-storage.pc -printf '%h')
-  # shellcheck disable=SC2046  # several words are wanted
-  "$CXX" -std=c++20 "$source/examples/first_program.cc" -o "$work/pkg_config" \
-    $(PKG_CONFIG_PATH=$config pkg-config --cflags --libs veldra-storage) -Wl,-rpath,"${config%/pkgconfig}"
-  expect_runs "$work/pkg_config"
+  export CMAKE_PREFIX_PATH=$prefix PKG_CONFIG_PATH=$config LD_LIBRARY_PATH=${config%/pkgconfig}
+  mkdir "$work/program"
+  cp "$source/examples/first_program.cc" "$work/program"
+  shown "cmake_minimum_required" >"$work/program/CMakeLists.txt"
+  expect_runs "$(shown "cmake -B build")"
+  expect_runs "$(shown "g++"); ./first_program"
 
   [ -f "$prefix/include/veldra/storage/database.h" ] || fail "database.h was not installed"
   [ ! -e "$prefix/include/veldra/storage/database_internal.h" ] || fail "an internal header was installed"
@@ -69,6 +74,7 @@ shared)
 subdirectory)
   cmake -S "$source/tests/install" -B "$work/build" -G Ninja -DVELDRA_SOURCE="$source"
   cmake --build "$work/build"
+  mkdir "$work/program"
   expect_runs "$work/build/consumer"
   [ ! -d "$work/build/veldra/tests" ] || fail "a project that adds this one builds its tests too"
   ;;
