@@ -40,21 +40,6 @@ void make_index(const std::filesystem::path& path, std::string_view mark) {
   db.close();
 }
 
-void make_small_pages(const std::filesystem::path& path, std::string_view auto_vacuum) {
-  Connection connection(path);
-  connection.execute("PRAGMA page_size=512");
-  connection.execute(std::string("PRAGMA auto_vacuum=").append(auto_vacuum));
-  connection.execute("PRAGMA user_version=7");  // the first write: the pages are settled
-}
-
-void leave_free_pages(const std::filesystem::path& path) {
-  Connection connection(path);
-  connection.execute("CREATE TABLE filler (id INTEGER PRIMARY KEY, bytes BLOB)");
-  connection.execute(std::string(NUMBERS) + "INSERT INTO filler SELECT i, zeroblob(115000) FROM n");
-  connection.execute("INSERT INTO kept VALUES (2, 'behind the free pages', zeroblob(9000))");
-  connection.execute("DROP TABLE filler");
-}
-
 FileState look_at(const std::filesystem::path& path) {
   Connection connection(path);
   FileState state;

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <filesystem>
-#include <set>
 #include <string>
 #include <string_view>
 
@@ -14,12 +13,6 @@ namespace veldra {
 /// there already keeps its pages and its auto-vacuum mode.
 void make_index(const std::filesystem::path& path, std::string_view mark);
 
-/// Makes an empty file with pages of 512 bytes, so that a small one has many.
-void make_small_pages(const std::filesystem::path& path, std::string_view auto_vacuum);
-
-/// Leaves enough free pages in a file of small pages for a compaction to have something to do.
-void leave_free_pages(const std::filesystem::path& path);
-
 /// The marks in a file, one a line: more than one is two generations at once.
 inline constexpr std::string_view MARKS =
     "SELECT name FROM components UNION SELECT hash FROM files UNION SELECT name FROM symbols UNION"
@@ -30,8 +23,6 @@ inline constexpr std::string_view MARKS =
 struct FileState {
   std::string content;  ///< generation, schema and every row, as text
   std::string damage;   ///< what the integrity, foreign-key and full-text checks say; "" when sound
-
-  friend bool operator<(const FileState& a, const FileState& b) { return a.content < b.content; }
 };
 FileState look_at(const std::filesystem::path& path);
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -7,9 +9,10 @@
 namespace veldra {
 
 /// One figure for the table of docs/testing.md: scripts/fault-table.sh collects these lines.
-inline void measured(const std::string& kind, const std::string& operation,
-                     const std::string& figures) {
-  std::printf("measured|%s|%s|%s\n", kind.c_str(), operation.c_str(), figures.c_str());
+inline void measured(const std::string& what, const std::string& operation, long tried,
+                     const std::string& outcome) {
+  std::printf("measured|%s|%s|%ld|%s|%d\n", what.c_str(), operation.c_str(), tried, outcome.c_str(),
+              testing::Test::HasFailure() ? 1 : 0);
 }
 
 /// A number from the environment, so that one can ask for a longer run.

@@ -16,21 +16,29 @@ namespace veldra {
 
 /// A public operation of `Database` on a file made for it.
 struct Operation {
+  enum class Kind { Connects, Reads, Writes, Closes };  ///< all but the first on an open database
   /// What the index file is before: an index with a staging file beside it, for instance.
   enum class File { Missing, Index, OldVersion, FreePages, FreePagesWithoutAutoVacuum };
 
   std::string name;
+  Kind kind;
   File file;
   std::function<void(Database& db)> run;
-  bool writes = true;
-  bool on_open_database = true;
   std::function<bool(Database& db)> done = {};  // beside what the rows say
 
   friend std::ostream& operator<<(std::ostream& out, const Operation& it) { return out << it.name; }
 };
 
 const std::vector<Operation>& operations();
-std::vector<Operation> writing_operations();
+std::vector<Operation> operations_that(bool (*are_wanted)(const Operation&));
+inline bool change_the_file(const Operation& it) {
+  return it.kind != Operation::Kind::Reads;
+}
+/// They work on one open index side by side, again and again.
+inline bool share_an_index(const Operation& it) {
+  return it.file == Operation::File::Index &&
+         (it.kind == Operation::Kind::Reads || it.kind == Operation::Kind::Writes);
+}
 std::string name_of(const testing::TestParamInfo<Operation>& operation);
 
 /// Makes the file, "index.db", in `directory`; beside an index "staging.db" with the mark "new".
@@ -49,6 +57,9 @@ class OperationTest : public testing::TestWithParam<Operation> {
   OperationTest() { make_file(GetParam().file, _template.path()); }
 
   void copy_files(const TempDirectory& to) const;
+
+  /// Connects, unless that is the operation's own part.
+  static void prepare(Database& db);
 
   /// Lets the operation run twice without a fault.
   void note_states();

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <memory>
-#include <string_view>
 #include <thread>
 
 #include "veldra/storage/database.h"
@@ -15,10 +14,8 @@ struct DatabaseTestAccess {
   static std::thread::id tx_owner(const Database& db) { return db._tx_owner; }
   static std::shared_ptr<ReaderPool> readers(const Database& db) { return db._readers.load(); }
   static FairMutex& lock(Database& db) { return db._lock; }
-  static std::atomic<bool>& conversion_failed(Database& db) { return db._conversion_failed; }
 
   static _Space space(Connection& connection) { return Database::_space(connection); }
-  static std::int64_t count(Database& db, std::string_view sql) { return db._count(sql); }
   static void bump_index_generation(Database& db, Cursor* cursor = nullptr) {
     db._bump_index_generation(cursor);
   }

@@ -2,6 +2,7 @@
 
 #include <sqlite3.h>
 
+#include <atomic>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -10,6 +11,7 @@
 #include <optional>
 #include <random>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace veldra {
@@ -17,10 +19,10 @@ namespace veldra {
 /// What SQLite asks of the system, as far as a test can make it fail.
 enum class SystemCall { Open, Delete, Read, Write, Sync, Truncate, MapShared, LockShared, Memory };
 
-/// Which calls fail, and with which of SQLite's codes (none for `Memory`).
+/// Which calls fail, and with which of SQLite's codes.
 struct Fault {
   SystemCall call;
-  int code = SQLITE_NOMEM;
+  int code;
   bool lasting = false;  ///< the n-th call and all after it, instead of the n-th alone
 };
 
@@ -33,8 +35,8 @@ struct Fault {
 ///
 /// A write that fails has written its first half; a sync writes nothing through to the real disk. A
 /// loss of power is played by `watch_changes` and `save_as_after_power_loss`. Connections opened
-/// through it must be closed before it goes. One at a time in a process. Thread safety: any member,
-/// from any thread.
+/// through it must be closed before it goes. One at a time in a process. Thread safety: any member
+/// but `watch_changes`, from any thread.
 class FaultVfs {
  public:
   FaultVfs();
@@ -45,66 +47,57 @@ class FaultVfs {
   /// Counts the calls from here on; n is 1 or more.
   void fail_nth(int n, const Fault& fault);
 
-  /// Leaves so many bytes for files to grow by: what does not fit fails with SQLITE_FULL. None: as
-  /// much as the real volume holds.
-  void leave_room(std::optional<std::int64_t> bytes);
+  /// Lets files grow by so many bytes in all: what does not fit fails with SQLITE_FULL.
+  void leave_room(std::int64_t bytes);
 
   /// Nothing fails any more.
   void heal();
 
-  /// What was made to fail since `fail_nth` or `leave_room`, in order: "Write index.db-wal".
-  std::vector<std::string> injected() const;
+  /// The file on which something was first made to fail since `fail_nth` or `leave_room`, or "".
+  std::string injected() const;
 
   /// How many files SQLite has open through it.
-  int open_files() const;
+  int open_files() const { return _open_files; }
 
-  /// From here on remembers what is written and not yet synced, for files opened after this, and
-  /// calls `before_change` before each write, truncation, sync and removal.
-  void watch_changes(std::function<void()> before_change);
+  /// From here on remembers what is written in `directory` and not yet synced, and calls
+  /// `before_change` before each write, truncation, sync and removal. Before any file is opened.
+  void watch_changes(const std::filesystem::path& directory, std::function<void()> before_change);
 
-  /// Writes the watched files into `directory` as a loss of power now could leave them: each change
-  /// since its file's last sync is there, missing or, a write, there in some sectors only.
+  /// Writes the watched files into `directory` as a loss of power now could leave them: each write
+  /// since its file's last sync is there, missing, or there in some sectors only.
   ///
-  /// Removals and truncations come back only until the next sync of any file: file systems that
-  /// keep a journal order them so.
+  /// A removal or truncation that is missing takes all that followed with it; after the next sync
+  /// of any file it is there, with all that came before: as file systems that keep a journal do.
   void save_as_after_power_loss(const std::filesystem::path& directory, std::mt19937& random) const;
 
  private:
   friend struct FaultVfsCalls;
 
+  enum class Kind { Write, Truncate, Remove, Sync };
   struct Change {
-    enum class Kind { Write, Truncate, Name, Unname } kind;
-    int inode;
+    Kind kind;
+    std::string file;         // its name without the directory
     std::int64_t offset = 0;  // of a truncation: the new size
-    std::string bytes = {};   // of a name: the path
+    std::string bytes = {};
   };
-  struct Disk {
-    std::map<std::string, int> names;
-    std::map<int, std::string> contents;
+  using Contents = std::map<std::string, std::string>;  // by the file's name
 
-    void apply(const Change& change);
-  };
-
-  bool _fails(SystemCall call, const char* path);
-  bool _takes_room(std::int64_t bytes, const char* path);
-  void _before(const char* path);
-  void _change(Change change);
-  void _synced(int inode);
+  static void _apply(const Change& change, Contents& files);
+  int _outcome(SystemCall call, const char* path, std::int64_t growth = 0);
+  void _change(Kind kind, const char* path, std::int64_t offset = 0, std::string_view bytes = {});
 
   sqlite3_vfs* const _real;
   sqlite3_vfs _shim;
+  std::atomic<int> _open_files = 0;
+  std::function<void()> _before_change;
 
   mutable std::mutex _mutex;  // guards the rest; not held while `_before_change` runs
   std::optional<Fault> _fault;
   int _calls_until_fault = 0;
   std::optional<std::int64_t> _room;
-  std::vector<std::string> _injected;
-  int _open_files = 0;
-  std::function<void()> _before_change;
-  int _inodes = 0;
-  std::map<std::string, int> _names;  // as they are now
-  Disk _durable;                      // the watched files as of their last sync
-  std::vector<Change> _pending;       // what came after it, in order
+  std::string _injected;
+  Contents _durable;             // the watched files as of their last sync
+  std::vector<Change> _pending;  // what came after it, in order
 };
 
 }  // namespace veldra

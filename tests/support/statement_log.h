@@ -38,31 +38,23 @@ class StatementWatch {
   std::function<void(std::string_view)> _seen;
 };
 
-/// Notes every statement that begins on a connection, those of triggers left out. The connection
-/// outlives the guard.
+/// Notes every statement that begins on a connection, which outlives the guard.
 class StatementLog {
  public:
   explicit StatementLog(Connection& connection)
-      : _watch(connection, [this](std::string_view statement) { _note(statement); }) {}
-
-  std::vector<std::string> statements() const {
-    const std::lock_guard guard(_mutex);
-    return _statements;
-  }
+      : _watch(connection, [this](std::string_view statement) {
+          const std::lock_guard guard(_mutex);
+          _statements.emplace_back(statement);
+        }) {}
 
   /// How many of them begin with `text`.
   std::ptrdiff_t count(std::string_view text) const {
-    return std::ranges::count_if(
-        statements(), [&](const std::string& statement) { return statement.starts_with(text); });
+    const std::lock_guard guard(_mutex);
+    return std::ranges::count_if(_statements,
+                                 [&](const std::string& it) { return it.starts_with(text); });
   }
 
  private:
-  void _note(std::string_view statement) {
-    if (statement.starts_with("--")) return;  // SQLite shows a trigger's statement as a comment
-    const std::lock_guard guard(_mutex);
-    _statements.emplace_back(statement);
-  }
-
   mutable std::mutex _mutex;  // guards the next field
   std::vector<std::string> _statements;
   StatementWatch _watch;

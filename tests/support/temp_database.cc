@@ -1,30 +1,20 @@
 #include "support/temp_database.h"
 
-#include <cstdio>
+#include <spdlog/fmt/fmt.h>
+
 #include <vector>
 
 namespace veldra {
 namespace {
 
 std::string rendered(const ValueView& value) {
-  switch (value.type()) {
-    case StorageClass::Null:
-      return "NULL";
-    case StorageClass::Integer:
-      return std::to_string(value.as_integer());
-    case StorageClass::Real:
-      return std::to_string(value.as_real());
-    case StorageClass::Text:
-      return std::string(value.as_text());
-    case StorageClass::Blob:
-      break;
-  }
+  if (value.type() == StorageClass::Null) return "NULL";
+  if (value.type() == StorageClass::Integer) return std::to_string(value.as_integer());
+  if (value.type() == StorageClass::Real) return std::to_string(value.as_real());
+  if (value.type() == StorageClass::Text) return std::string(value.as_text());
   std::string text = "x'";
-  for (const std::byte byte : value.as_blob()) {
-    static constexpr std::string_view digits = "0123456789abcdef";
-    text.push_back(digits[std::to_integer<std::size_t>(byte >> 4)]);
-    text.push_back(digits[std::to_integer<std::size_t>(byte & std::byte{15})]);
-  }
+  for (const std::byte byte : value.as_blob())
+    text += fmt::format("{:02x}", std::to_integer<int>(byte));
   return text + "'";
 }
 
