@@ -4,7 +4,7 @@
 
 #include <chrono>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <thread>
 
 namespace veldra::tool {
@@ -33,7 +33,10 @@ done
 
 }  // namespace
 
-ToolTree::ToolTree() = default;
+bool ToolTree::holds_nothing_beside_the_index() const {
+  const std::filesystem::directory_iterator files(index().parent_path());
+  return std::distance(begin(files), end(files)) == 1;
+}
 
 void ToolTree::write(std::string_view name, std::string_view content) const {
   std::filesystem::create_directories(path(name).parent_path());
@@ -61,7 +64,7 @@ std::unique_ptr<ChildProcess> ToolTree::start(const std::vector<std::string>& ar
 }
 
 nlohmann::json ToolTree::json(std::vector<std::string> arguments) const {
-  arguments.emplace_back("--json");
+  arguments.insert(arguments.begin(), "--json");
   const ToolRun done = run(arguments);
   EXPECT_EQ(done.status, 0) << done.err;
   return nlohmann::json::parse(done.out, nullptr, false);
@@ -73,8 +76,8 @@ std::vector<std::string> ToolTree::rows(const std::string& query) const {
   for (const auto& row : answer["rows"]) {
     std::string line;
     for (const auto& cell : row) {
-      line +=
-          (line.empty() ? "" : "|") + (cell.is_string() ? cell.get<std::string>() : cell.dump());
+      const std::string text = cell.is_string() ? cell.get<std::string>() : cell.dump();
+      line += (line.empty() ? "" : "|") + text;
     }
     lines.push_back(line);
   }
@@ -100,9 +103,7 @@ bool wait_until(const std::function<bool()>& condition) {
 
 std::string read_text(const std::filesystem::path& file) {
   std::ifstream stream(file, std::ios::binary);
-  std::ostringstream text;
-  text << stream.rdbuf();
-  return text.str();
+  return {std::istreambuf_iterator(stream), {}};
 }
 
 }  // namespace veldra::tool

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <filesystem>
-#include <map>
+#include <functional>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -23,10 +23,10 @@ struct ToolRun {
 /// A small tree of files, and the real program run on it.
 class ToolTree {
  public:
-  ToolTree();
-
   std::filesystem::path path(std::string_view name) const { return _directory / name; }
   std::filesystem::path index() const { return path("memory/codebase-index/index.db"); }
+
+  bool holds_nothing_beside_the_index() const;
 
   /// Writes a file, its folders too, and dates it a minute back, so that its stamp is settled.
   void write(std::string_view name, std::string_view content) const;
