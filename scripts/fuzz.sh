@@ -5,6 +5,7 @@
 set -eu
 cd "$(dirname "$0")/.."
 seconds=${1:-60}
+mkdir -p build
 command -v clang++ >/dev/null || { echo "fuzz.sh: install clang, whose libFuzzer this needs" >&2; exit 1; }
 cmake -S . -B build/fuzz -G Ninja -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DVELDRA_BUILD_FUZZERS=ON -DVELDRA_BUILD_TOOLS=OFF -DVELDRA_BUILD_TESTS=OFF -DVELDRA_BUILD_BENCH=OFF >build/fuzz.log
