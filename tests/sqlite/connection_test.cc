@@ -31,24 +31,6 @@ TEST(ConnectionTest, ClosingEndsEveryStatementAndTransactionWhoeverHoldsACursor)
   EXPECT_EQ(dump(again, "SELECT sum(i) FROM t"), "3") << "the open transaction was kept";
 }
 
-TEST(ConnectionTest, ClosingWaitsForTheStatementThatAnotherThreadRuns) {
-  Connection connection(":memory:");
-  std::promise<void> running;
-  std::promise<void> go_on;
-  const StatementWatch watch(connection, [&](std::string_view) {
-    running.set_value();
-    go_on.get_future().wait();
-  });
-  std::future<void> statement =
-      std::async(std::launch::async, [&] { connection.execute("SELECT 1"); });
-  ASSERT_TRUE(finished(running.get_future()));
-  std::future<void> closing = std::async(std::launch::async, [&] { connection.close(); });
-  EXPECT_FALSE(finished(closing, 50ms)) << "closed under a running statement";
-  go_on.set_value();
-  EXPECT_TRUE(finished(closing));
-  EXPECT_NO_THROW(statement.get());
-}
-
 TEST(ConnectionTest, APathIsAPlainFileNameWhateverItLooksLike) {
   const TempDirectory directory;
   const std::filesystem::path before = std::filesystem::current_path();

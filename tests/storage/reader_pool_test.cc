@@ -1,6 +1,8 @@
 // Read connections are lent to one query at a time, and closing waits for the loans.
 #include "veldra/storage/reader_pool.h"
 
+#include <sqlite3.h>
+
 #include "support/database_test.h"
 
 namespace veldra {
@@ -94,6 +96,28 @@ TEST_F(ReaderPoolTest, AConnectionThatMetDamageIsNotLentAgain) {
   for (int i = 0; i < 2; ++i)
     EXPECT_THROW(pool.lease(0ms)->execute("SELECT i FROM t").fetchall(), Error);
   EXPECT_EQ(configured, 2) << "a connection that met a corrupt page was lent again";
+}
+
+TEST_F(ReaderPoolTest, EveryThreadThatClosesWaitsUntilAllIsClosed) {
+  // The last connection of all deletes the log: who closes the writer after the pool relies on it.
+  std::promise<void> closing;
+  std::promise<void> go_on;
+  std::function<void()> meet = [&] { closing.set_value(), go_on.get_future().wait(); };
+  const auto at_close = [](unsigned /*event*/, void* run, void*, void*) {
+    (*static_cast<std::function<void()>*>(run))();
+    return 0;
+  };
+  ReaderPool pool(path, 1, [&](Connection& connection) {
+    sqlite3_trace_v2(connection.handle(), SQLITE_TRACE_CLOSE, at_close, &meet);
+  });
+  (void)pool.lease();
+  const auto first = std::async(std::launch::async, [&] { pool.close(); });
+  ASSERT_TRUE(finished(closing.get_future()));
+  const auto second = std::async(std::launch::async, [&] { pool.close(); });
+  EXPECT_FALSE(finished(second, 50ms)) << "returned while another thread was closing a connection";
+  go_on.set_value();
+  EXPECT_TRUE(finished(first));
+  EXPECT_TRUE(finished(second));
 }
 
 }  // namespace

@@ -41,7 +41,6 @@ TEST(GenerationTest, RefreshMarksTheFilesOfChangedLanguagesAndRecordsTheVersions
   static constexpr Case cases[] = {
       {"no stamp", nullptr, both, both, 3, "kotlin, typescript", "a.kt b.kt c.ts old.kt"},
       {"another form of the same stays", odd, both, odd, 0, nullptr, "old.kt"},
-      {"a language dropped", both, one, one, 0, nullptr, "old.kt"},
       {"one newer, one without files", one, more, more, 1, "ruby, typescript", "c.ts old.kt"},
       {"no versions any more", one, "{}", "{}", 0, nullptr, "old.kt"},
       {"names beyond ASCII and UTF-8", nullptr, far, far, 0, nullptr, "old.kt"}};
