@@ -32,8 +32,9 @@ constexpr std::string_view COPY_CHUNKS =
 constexpr std::int64_t USUAL_HASH_SIZE = std::int64_t{1024} * 1024;
 constexpr std::int64_t COPY_HASH_SIZE = 4 * USUAL_HASH_SIZE;
 
-/// The page cache of a swap, in the pragma's unit: KiB, negative.
-constexpr std::int64_t SWAP_CACHE_SIZE = -48 * std::int64_t{1024};
+/// The page cache of a swap, in the pragma's unit: KiB, negative. Without it pages of a big swap
+/// are written to the log, read and written again.
+constexpr std::string_view SWAP_CACHE_SIZE = "-49152";
 
 // The names in the statements below are those of the two orders, and of columns that the file
 // itself declares; SQLite binds values, not names.
@@ -180,48 +181,69 @@ class Attachment {
   Connection& _connection;
 };
 
-/// A large page cache on the writer for a scope: without it pages of a big swap are written to the
-/// log, read and written again.
-class LargeCache {
+/// A pragma of the writer that has another value for a scope.
+class ScopedPragma {
  public:
-  explicit LargeCache(Connection& connection)
-      : _connection(connection),
-        _usual((*connection.execute("PRAGMA main.cache_size").fetchone())[0].as_integer()) {
-    _set(SWAP_CACHE_SIZE);
+  ScopedPragma(Connection& connection, std::string_view name, std::string_view value)
+      : _connection(connection), _name(name), _usual(current(connection, name)) {
+    _set(value);
   }
-  LargeCache(const LargeCache&) = delete;
-  LargeCache& operator=(const LargeCache&) = delete;
-  ~LargeCache() {
+  ScopedPragma(const ScopedPragma&) = delete;
+  ScopedPragma& operator=(const ScopedPragma&) = delete;
+  ~ScopedPragma() {
     try {
-      _set(_usual);
+      _set(std::to_string(_usual));
     } catch (const std::exception&) {
-      // Only memory was lacking, or the connection is closed; the cache's size changes no result.
+      // Only memory was lacking, or the connection is closed; none of these changes a result.
     }
   }
 
+  static std::int64_t current(Connection& connection, std::string_view name) {
+    return (*connection.fetchone(concat({"PRAGMA main.", name})))[0].as_integer();
+  }
+
  private:
-  void _set(std::int64_t size) {
-    _connection.execute("PRAGMA main.cache_size=" + std::to_string(size));
+  void _set(std::string_view value) {
+    _connection.fetchall(concat({"PRAGMA main.", _name, "=", value}));
   }
 
   Connection& _connection;
+  std::string_view _name;
   std::int64_t _usual;
+};
+
+/// Where SQLite overwrites what is deleted with zeros, as Debian's does: for a scope, only on the
+/// pages that are written anyway, not on every page that becomes free
+/// (https://www.sqlite.org/pragma.html#pragma_secure_delete).
+class FastDelete {
+ public:
+  explicit FastDelete(Connection& connection) {
+    if (ScopedPragma::current(connection, "secure_delete") == 1)
+      _pragma.emplace(connection, "secure_delete", "FAST");
+  }
+
+ private:
+  std::optional<ScopedPragma> _pragma;
 };
 
 }  // namespace
 
 void Database::clear_all() {
   RowCounts removed;
-  transaction([&](Cursor& cursor) {
-    cursor.execute(TAKE_WRITE_LOCK);
-    for (const std::string_view table : CLEARING_ORDER) {
-      cursor.execute(concat({"SELECT COUNT(*) FROM ", table}));
-      const std::optional<Row> row = cursor.fetchone();
-      removed.add(table, row ? (*row)[0].as_integer() : 0);
-    }
-    _empty_code_chunks(cursor);
-    delete_all(cursor);
-  });
+  {
+    const std::lock_guard guard(_lock);
+    const FastDelete fast_delete(*connection());
+    transaction([&](Cursor& cursor) {
+      cursor.execute(TAKE_WRITE_LOCK);
+      for (const std::string_view table : CLEARING_ORDER) {
+        cursor.execute(concat({"SELECT COUNT(*) FROM ", table}));
+        const std::optional<Row> row = cursor.fetchone();
+        removed.add(table, row ? (*row)[0].as_integer() : 0);
+      }
+      _empty_code_chunks(cursor);
+      delete_all(cursor);
+    });
+  }
   log_line(LogUnit::Database, LogLevel::Info,
            "clear_all: cleared all index data (rows removed: " + describe(removed) + ")");
 }
@@ -245,7 +267,8 @@ RowCounts Database::swap_index_from(const std::filesystem::path& staging_path) {
 RowCounts Database::_replace_contents(Connection& writer) {
   assert(_lock.held_by_this_thread());
   const auto columns = live_columns(writer);
-  const LargeCache large_cache(writer);
+  const ScopedPragma large_cache(writer, "cache_size", SWAP_CACHE_SIZE);
+  const FastDelete fast_delete(writer);
   RowCounts counts;
   transaction([&](Cursor& cursor) {
     cursor.execute(TAKE_WRITE_LOCK);
