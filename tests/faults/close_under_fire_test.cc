@@ -3,7 +3,6 @@
 #include <latch>
 #include <vector>
 
-#include "faults/index_file.h"
 #include "faults/measured.h"
 #include "faults/operations.h"
 #include "support/finished.h"

@@ -4,7 +4,6 @@
 #include <string>
 #include <thread>
 
-#include "faults/index_file.h"
 #include "faults/measured.h"
 #include "faults/operations.h"
 #include "support/child_process.h"

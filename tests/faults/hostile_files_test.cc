@@ -8,7 +8,6 @@
 #include <limits>
 #include <random>
 
-#include "faults/index_file.h"
 #include "faults/measured.h"
 #include "faults/operations.h"
 #include "support/temp_database.h"
@@ -88,6 +87,7 @@ TEST(HostileFilesTest, DamageGivesDocumentedErrors) {
 }
 
 TEST(HostileFilesTest, AFileOfTheWrongKindIsRefusedAndChangesNothing) {
+  const LogCapture quiet;
   TempDirectory directory;
   make_file(Operation::File::Index, directory.path());
   const std::string before = look_at(directory / "index.db").content;

@@ -6,7 +6,6 @@
 #include <sstream>
 #include <vector>
 
-#include "faults/index_file.h"
 #include "faults/measured.h"
 #include "faults/operations.h"
 #include "support/child_process.h"

@@ -1,17 +1,38 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
+#include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "support/temp_directory.h"
 #include "veldra-index/child_process.h"
 
 namespace veldra::tool {
+
+inline std::string read_text(const std::filesystem::path& file) {
+  std::ifstream stream(file, std::ios::binary);
+  return {std::istreambuf_iterator(stream), {}};
+}
+
+/// Waits until `condition` holds, 20 s at most; false when it never did.
+inline bool wait_until(const std::function<bool()>& condition) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return true;
+}
 
 /// How a run of the program ended.
 struct ToolRun {
@@ -26,35 +47,95 @@ class ToolTree {
   std::filesystem::path path(std::string_view name) const { return _directory / name; }
   std::filesystem::path index() const { return path("memory/codebase-index/index.db"); }
 
-  bool holds_nothing_beside_the_index() const;
+  bool holds_nothing_beside_the_index() const {
+    const std::filesystem::directory_iterator files(index().parent_path());
+    return std::distance(begin(files), end(files)) == 1;
+  }
 
   /// Writes a file, its folders too, and dates it a minute back, so that its stamp is settled.
-  void write(std::string_view name, std::string_view content) const;
+  void write(std::string_view name, std::string_view content) const {
+    std::filesystem::create_directories(path(name).parent_path());
+    std::ofstream(path(name), std::ios::binary) << content;
+    std::filesystem::last_write_time(
+        path(name), std::filesystem::file_time_type::clock::now() - std::chrono::minutes(1));
+  }
 
-  ToolRun run(const std::vector<std::string>& arguments) const;
-  std::unique_ptr<ChildProcess> start(const std::vector<std::string>& arguments) const;
+  ToolRun run(const std::vector<std::string>& arguments) const {
+    const Captured captured = run_program(_command(arguments), _directory.path());
+    return {captured.status, captured.output, read_text(_beside / "err")};
+  }
+  std::unique_ptr<ChildProcess> start(const std::vector<std::string>& arguments) const {
+    return std::make_unique<ChildProcess>(_command(arguments), _directory.path());
+  }
 
   /// A run that must succeed and answer in JSON.
-  nlohmann::json json(std::vector<std::string> arguments) const;
+  nlohmann::json json(std::vector<std::string> arguments) const {
+    arguments.insert(arguments.begin(), "--json");
+    const ToolRun done = run(arguments);
+    EXPECT_EQ(done.status, 0) << done.err;
+    return nlohmann::json::parse(done.out, nullptr, false);
+  }
+
   /// The rows of a query, each as its values joined with "|".
-  std::vector<std::string> rows(const std::string& query) const;
+  std::vector<std::string> rows(const std::string& query) const {
+    std::vector<std::string> lines;
+    const nlohmann::json answer = json({"sql", query});
+    for (const auto& row : answer["rows"]) {
+      std::string line;
+      for (const auto& cell : row) {
+        const std::string text = cell.is_string() ? cell.get<std::string>() : cell.dump();
+        line += (line.empty() ? "" : "|") + text;
+      }
+      lines.push_back(line);
+    }
+    return lines;
+  }
 
   /// Puts a program of its own before the real ctags: it tells the version `version`, gives one
   /// symbol per file, named after it, ends without an answer at files named crash*, and answers
   /// nothing at all for a file named hang*.
-  void use_stand_in_ctags(const std::string& version = "5.9.0");
+  void use_stand_in_ctags(const std::string& version = "5.9.0") {
+    std::string script(STAND_IN);
+    script.replace(script.find("VERSION"), 7, version);
+    std::ofstream(_beside / "ctags") << script;
+    std::filesystem::permissions(_beside / "ctags", std::filesystem::perms::owner_all);
+    _path_prefix = _beside.path().string() + ":";
+  }
 
  private:
-  std::vector<std::string> _command(const std::vector<std::string>& arguments) const;
+  static constexpr std::string_view STAND_IN = R"sh(#!/bin/sh
+case "$*" in
+*--version*) echo "Universal Ctags VERSION, Copyright"; echo "  Optional: +json, +interactive"; exit ;;
+*--list-languages*) printf 'C\nPython\n'; exit ;;
+esac
+echo '{"_type": "program"}'
+while read -r line; do
+  file=$(echo "$line" | sed 's/.*"filename":"\([^"]*\)".*/\1/')
+  name=$(basename "$file")
+  case "$name" in
+  crash*) exit 3 ;;
+  hang*) exec cat > /dev/null ;;
+  *.py) language=Python ;;
+  *) language=C ;;
+  esac
+  printf '{"_type": "tag", "name": "%s", "language": "%s", "line": 1, "kind": "file", "roles": "def"}\n' "$name" $language
+  printf '{"_type": "tag", "name": "in_%s", "language": "%s", "line": 1, "kind": "function", "roles": "def"}\n' "$name" $language
+  echo '{"_type": "completed", "command": "generate-tags"}'
+done
+)sh";
+
+  std::vector<std::string> _command(const std::vector<std::string>& arguments) const {
+    std::vector<std::string> command = {
+        "sh", "-c",
+        "PATH=\"" + _path_prefix + "$PATH\" exec \"$@\" 2>\"" + (_beside / "err").string() + "\"",
+        "sh", VELDRA_INDEX_PROGRAM};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    return command;
+  }
 
   TempDirectory _directory;
   TempDirectory _beside;  // standard error, the stand-in
   std::string _path_prefix;
 };
-
-/// Waits until `condition` holds, 20 s at most; false when it never did.
-bool wait_until(const std::function<bool()>& condition);
-
-std::string read_text(const std::filesystem::path& file);
 
 }  // namespace veldra::tool
