@@ -34,7 +34,6 @@ void expect_at_rest(Database& db, bool still_failing) {
     EXPECT_TRUE(lock.owns_lock()) << "the lock stayed held";
   }).get();
   EXPECT_EQ(DatabaseTestAccess::tx_depth(db), 0);
-  EXPECT_EQ(DatabaseTestAccess::tx_owner(db), std::thread::id());
   std::shared_ptr<Connection> writer;
   try {
     writer = db.connection();

@@ -25,8 +25,6 @@ struct File : sqlite3_file {
 
 /// SQLite's callbacks.
 struct FaultVfsCalls {
-  using Kind = FaultVfs::Kind;
-
   static File& file(sqlite3_file* raw) { return *static_cast<File*>(raw); }
 
   template <auto METHOD, typename... Arguments>
@@ -61,7 +59,7 @@ struct FaultVfsCalls {
     FaultVfs& vfs = *active;
     const int failure = vfs._outcome(SystemCall::Delete, path);
     if (failure != SQLITE_OK) return failure;
-    vfs._change(Kind::Remove, path);
+    vfs._change(SystemCall::Delete, path);
     return vfs._real->xDelete(vfs._real, path, sync_directory);
   }
   static int write(sqlite3_file* raw, const void* from, int amount, sqlite3_int64 offset) {
@@ -70,7 +68,7 @@ struct FaultVfsCalls {
     forward<&sqlite3_io_methods::xFileSize>(raw, &size);
     const int failure = vfs._outcome(SystemCall::Write, file(raw).path, offset + amount - size);
     const int written = failure != SQLITE_OK ? amount / 2 : amount;
-    vfs._change(Kind::Write, file(raw).path, offset,
+    vfs._change(SystemCall::Write, file(raw).path, offset,
                 {static_cast<const char*>(from), static_cast<std::size_t>(written)});
     const int code = forward<&sqlite3_io_methods::xWrite>(raw, from, written, offset);
     return failure != SQLITE_OK ? failure : code;
@@ -78,12 +76,12 @@ struct FaultVfsCalls {
   static int truncate(sqlite3_file* raw, sqlite3_int64 size) {
     const int failure = active.load()->_outcome(SystemCall::Truncate, file(raw).path);
     if (failure != SQLITE_OK) return failure;
-    active.load()->_change(Kind::Truncate, file(raw).path, size);
+    active.load()->_change(SystemCall::Truncate, file(raw).path, size);
     return forward<&sqlite3_io_methods::xTruncate>(raw, size);
   }
   static int sync(sqlite3_file* raw, int /*flags*/) {
     const int failure = active.load()->_outcome(SystemCall::Sync, file(raw).path);
-    if (failure == SQLITE_OK) active.load()->_change(Kind::Sync, file(raw).path);
+    if (failure == SQLITE_OK) active.load()->_change(SystemCall::Sync, file(raw).path);
     return failure;  // no real sync: what a loss of power takes is decided here
   }
   static int lock_shared(sqlite3_file* raw, int offset, int count, int flags) {
@@ -207,13 +205,16 @@ void FaultVfs::watch_changes(const std::filesystem::path& directory,
   _before_change = std::move(before_change);
 }
 
-void FaultVfs::_change(Kind kind, const char* path, std::int64_t offset, std::string_view bytes) {
+void FaultVfs::_change(SystemCall call, const char* path, std::int64_t offset,
+                       std::string_view bytes) {
   if (!_before_change || path == nullptr) return;
   _before_change();
   const std::lock_guard guard(_mutex);
-  const Change change{kind, std::filesystem::path(path).filename(), offset, std::string(bytes)};
-  if (kind != Kind::Sync) return _pending.push_back(change);
-  const auto is_no_write = [](const Change& it) { return it.kind != Kind::Write; };
+  const Change change{call, std::filesystem::path(path).filename(), offset, std::string(bytes)};
+  if (call != SystemCall::Sync) return _pending.push_back(change);
+  // A sync brings to the disk what was written to its file, and the last removal or truncation with
+  // all that came before it.
+  const auto is_no_write = [](const Change& it) { return it.call != SystemCall::Write; };
   auto settled = std::find_if(_pending.rbegin(), _pending.rend(), is_no_write).base();
   settled = std::stable_partition(settled, _pending.end(),
                                   [&](const Change& it) { return it.file == change.file; });
@@ -222,13 +223,13 @@ void FaultVfs::_change(Kind kind, const char* path, std::int64_t offset, std::st
 }
 
 void FaultVfs::_apply(const Change& change, Contents& files) {
-  if (change.kind == Kind::Remove) {
+  if (change.call == SystemCall::Delete) {
     files.erase(change.file);
     return;
   }
   std::string& content = files[change.file];
   const auto offset = static_cast<std::size_t>(change.offset);
-  if (change.kind == Kind::Truncate) {
+  if (change.call == SystemCall::Truncate) {
     content.resize(offset);
   } else {
     content.resize(std::max(content.size(), offset + change.bytes.size()));
@@ -242,12 +243,12 @@ void FaultVfs::save_as_after_power_loss(const std::filesystem::path& directory,
   Contents files = _durable;
   for (const Change& change : _pending) {
     const auto fate = random() % 3;  // missing, there, torn
-    if (change.kind != Kind::Write && fate == 0) break;
-    if (fate == 1 || change.kind != Kind::Write) _apply(change, files);
+    if (change.call != SystemCall::Write && fate == 0) break;
+    if (fate == 1 || change.call != SystemCall::Write) _apply(change, files);
     if (fate != 2) continue;
     for (std::size_t from = 0; from < change.bytes.size(); from += SECTOR) {
       if (random() % 2 == 0) continue;
-      _apply({Kind::Write, change.file, change.offset + static_cast<std::int64_t>(from),
+      _apply({SystemCall::Write, change.file, change.offset + static_cast<std::int64_t>(from),
               change.bytes.substr(from, SECTOR)},
              files);
     }

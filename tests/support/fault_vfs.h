@@ -73,9 +73,8 @@ class FaultVfs {
  private:
   friend struct FaultVfsCalls;
 
-  enum class Kind { Write, Truncate, Remove, Sync };
   struct Change {
-    Kind kind;
+    SystemCall call;
     std::string file;         // its name without the directory
     std::int64_t offset = 0;  // of a truncation: the new size
     std::string bytes = {};
@@ -84,7 +83,8 @@ class FaultVfs {
 
   static void _apply(const Change& change, Contents& files);
   int _outcome(SystemCall call, const char* path, std::int64_t growth = 0);
-  void _change(Kind kind, const char* path, std::int64_t offset = 0, std::string_view bytes = {});
+  void _change(SystemCall call, const char* path, std::int64_t offset = 0,
+               std::string_view bytes = {});
 
   sqlite3_vfs* const _real;
   sqlite3_vfs _shim;
