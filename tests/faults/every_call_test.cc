@@ -89,7 +89,7 @@ TEST_P(EveryCallTest, FailsCleanly) {
       fault.lasting = lasting;
       for (int n = 1;; n += every_point ? 1 : 1 + n / 4) {
         SCOPED_TRACE(name + " " + std::to_string(n) + (lasting ? " and all after it" : ""));
-        if (!meets_faults([&] { vfs.fail_nth(n, fault); }, lasting)) break;
+        if (!meets_faults([&, which = fault] { vfs.fail_nth(n, which); }, lasting)) break;
       }
     }
     measured("every call", GetParam().name + "|" + name, points, std::to_string(errors));

@@ -2,11 +2,11 @@
 
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <functional>
 #include <string>
@@ -24,7 +24,7 @@ class ChildProcess {
 
   /// Runs `work`, which may tell its parent something; its exit status is 1 when a test failed.
   explicit ChildProcess(const std::function<void(const Tell& tell)>& work) {
-    std::fflush(stdout);
+    (void)std::fflush(stdout);
     if (::pipe(_pipe) != 0 || (_pid = ::fork()) < 0)
       throw std::system_error(errno, std::generic_category(), "fork");
     if (_pid > 0) {
@@ -68,7 +68,7 @@ class ChildProcess {
     work([this](std::string_view message) {
       EXPECT_EQ(::write(_pipe[1], message.data(), message.size()), std::ssize(message));
     });
-    std::fflush(stdout);
+    (void)std::fflush(stdout);
     ::_exit(testing::Test::HasFailure() ? 1 : 0);
   }
 
