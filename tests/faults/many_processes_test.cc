@@ -20,6 +20,7 @@ using Clock = std::chrono::steady_clock;
 struct Figures {
   long runs = 0;
   long refused = 0;  // because others held the file for the whole busy timeout
+  long longest_ms = 0;
 };
 
 using Job = std::function<void(long run)>;
@@ -28,6 +29,7 @@ using Job = std::function<void(long run)>;
 Figures repeat(const Job& job, Clock::time_point end) {
   Figures figures;
   while (Clock::now() < end) {
+    const Clock::time_point began = Clock::now();
     try {
       job(figures.runs);
       ++figures.runs;
@@ -36,6 +38,8 @@ Figures repeat(const Job& job, Clock::time_point end) {
           << error.code() << ' ' << error.what();
       ++figures.refused;
     }
+    const auto took = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - began);
+    figures.longest_ms = std::max<long>(figures.longest_ms, took.count());
   }
   return figures;
 }
@@ -93,8 +97,10 @@ void work_in(const std::filesystem::path& directory, std::int64_t process, Clock
   EXPECT_EQ(kept("row"), figures[0].runs) << "lost what was acknowledged";
   EXPECT_EQ(kept("pair"), 2 * figures[1].runs) << "lost what was acknowledged";
   db.close();
-  for (const Figures& it : figures)
-    tell(std::to_string(it.runs) + ' ' + std::to_string(it.refused) + ' ');
+  for (const auto& [runs, refused, longest_ms] : figures) {
+    tell(std::to_string(runs) + ' ' + std::to_string(refused) + ' ' + std::to_string(longest_ms) +
+         ' ');
+  }
 }
 
 TEST(ManyProcessesTest, NobodySeesTwoGenerationsAndNothingAcknowledgedIsLost) {
@@ -115,15 +121,17 @@ TEST(ManyProcessesTest, NobodySeesTwoGenerationsAndNothingAcknowledgedIsLost) {
   for (const std::unique_ptr<ChildProcess>& child : children) {
     EXPECT_EQ(child->wait(), 0);
     std::istringstream told(child->hear());
-    for (Figures one; told >> one.runs >> one.refused;) {
+    for (Figures one; told >> one.runs >> one.refused >> one.longest_ms;) {
       all.runs += one.runs;
       all.refused += one.refused;
+      all.longest_ms = std::max(all.longest_ms, one.longest_ms);
     }
   }
   EXPECT_TRUE(nothing_left_beside(index));
   EXPECT_EQ(look_at(index).damage, "");
   measured("many processes", "3 for " + std::to_string(seconds) + " s", all.runs,
-           std::to_string(all.refused) + " refused");
+           std::to_string(all.refused) + " refused, longest wait " +
+               std::to_string(all.longest_ms) + " ms");
 }
 
 }  // namespace
