@@ -64,9 +64,10 @@ TEST_F(CompactionTest, AReaderWithAnOldSnapshotOnlyDelaysTheShrinking) {
 
 TEST_F(CompactionTest, EachKindOfSkipIsReportedOnceAtItsLevel) {
   const auto expect_skip = [&](const std::string& reason, auto compact) {
-    for (const std::string level : {"INFO", "DEBUG", "DEBUG"}) {
+    const std::string line = subject + " skipped: " + reason;
+    for (const char* const level : {"INFO", "DEBUG", "DEBUG"}) {
       EXPECT_EQ(compact(), (Compaction{false, 0, reason}));
-      EXPECT_THAT(log.take(), ElementsAre(level + subject + " skipped: " + reason));
+      EXPECT_THAT(log.take(), ElementsAre(level + line));
     }
   };
   expect_skip("the database is closed", [&] { return db->compact(); });
