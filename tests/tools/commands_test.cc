@@ -289,6 +289,8 @@ TEST_F(ProjectTest, BadInputIsAnsweredWithOneLineAndAStatus) {
       {{"frobnicate"}, 2, "there is no command `frobnicate`"},
       {{"search", "->"}, 2, "put -- before"},
       {{"clear"}, 2, "--yes"},
+      {{"search", "x", "--limit", "0"}, 2, "not in range 1 to"},
+      {{"errors", "none.c"}, 1, "from the root of the repository"},
       {{"sql", "DELETE FROM files"}, 2, "only questions"},
       {{"sql", "PRAGMA journal_mode = DELETE"}, 2, "only questions"},
       {{"sql", "WITH x AS (SELECT 1) DELETE FROM files"}, 1, "readonly"},

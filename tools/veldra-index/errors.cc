@@ -18,6 +18,11 @@ int errors(const Options& options, const std::optional<std::string>& file) {
       "SELECT file_path, line, error_type, message FROM index_errors"
       " WHERE ?1 IS NULL OR file_path = ?1 ORDER BY file_path, line, id",
       {only_directory ? std::nullopt : file});
+  if (rows.empty() && file && !only_directory &&
+      !index->fetchone("SELECT 1 FROM files WHERE path = ?", {*file})) {
+    throw Failure("the index has no file " + *file +
+                  ": give its path from the root of the repository");
+  }
   if (options.json) {
     Json json = Json::array();
     for (const Row& row : rows) {

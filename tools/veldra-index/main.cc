@@ -23,6 +23,8 @@ namespace veldra::tool {
 namespace {
 
 constexpr int MOST_JOBS = 16;
+constexpr int MOST_ANSWERS = 1'000'000;
+constexpr int MOST_CONTEXT = 1000;
 
 /// What the command line fills in.
 struct Request {
@@ -117,9 +119,9 @@ void add_asking_commands(CLI::App& app, Request& request) {
   searching->add_flag("--fts", request.search.fts, "TEXT is full-text syntax");
   searching->add_option("--path", request.search.path, "Only files whose path matches the pattern");
   searching->add_option("-n,--limit", request.search.limit, "At most so many pieces of files")
-      ->check(CLI::PositiveNumber);
+      ->check(CLI::Range(1, MOST_ANSWERS));
   searching->add_option("-C,--context", request.search.context, "Lines to show around each hit")
-      ->check(CLI::NonNegativeNumber);
+      ->check(CLI::Range(0, MOST_CONTEXT));
 
   CLI::App* const naming =
       add_command(app, request, "symbols", "Find definitions by name",
@@ -131,7 +133,7 @@ void add_asking_commands(CLI::App& app, Request& request) {
   naming->add_option("--kind", request.symbols.kind, "Only this kind: function, class, …");
   naming->add_option("--path", request.symbols.path, "Only files whose path matches the pattern");
   naming->add_option("-n,--limit", request.symbols.limit, "At most so many")
-      ->check(CLI::PositiveNumber);
+      ->check(CLI::Range(1, MOST_ANSWERS));
 
   CLI::App* const referring =
       add_command(app, request, "refs", "Show who imports a file or module",
