@@ -61,11 +61,12 @@ class ToolTree {
   }
 
   ToolRun run(const std::vector<std::string>& arguments) const {
-    const Captured captured = run_program(_command(arguments), _directory.path());
-    return {captured.status, captured.output, read_text(_beside / "err")};
+    const std::filesystem::path err = _beside / "err";
+    const Captured captured = run_program(_command(arguments, err), _directory.path());
+    return {captured.status, captured.output, read_text(err)};
   }
   std::unique_ptr<ChildProcess> start(const std::vector<std::string>& arguments) const {
-    return std::make_unique<ChildProcess>(_command(arguments), _directory.path());
+    return std::make_unique<ChildProcess>(_command(arguments, "/dev/null"), _directory.path());
   }
 
   /// A run that must succeed and answer in JSON.
@@ -93,7 +94,7 @@ class ToolTree {
 
   /// Puts a program of its own before the real ctags: it tells the version `version`, gives one
   /// symbol per file, named after it, ends without an answer at files named crash*, and answers
-  /// nothing at all for a file named hang*.
+  /// nothing for a minute at files named hang*.
   void use_stand_in_ctags(const std::string& version = "5.9.0") {
     std::string script(STAND_IN);
     script.replace(script.find("VERSION"), 7, version);
@@ -114,7 +115,7 @@ while read -r line; do
   name=$(basename "$file")
   case "$name" in
   crash*) exit 3 ;;
-  hang*) exec cat > /dev/null ;;
+  hang*) exec sleep 60 ;;
   *.py) language=Python ;;
   *) language=C ;;
   esac
@@ -124,10 +125,10 @@ while read -r line; do
 done
 )sh";
 
-  std::vector<std::string> _command(const std::vector<std::string>& arguments) const {
+  std::vector<std::string> _command(const std::vector<std::string>& arguments,
+                                    const std::filesystem::path& err) const {
     std::vector<std::string> command = {
-        "sh", "-c",
-        "PATH=\"" + _path_prefix + "$PATH\" exec \"$@\" 2>\"" + (_beside / "err").string() + "\"",
+        "sh", "-c", "PATH=\"" + _path_prefix + "$PATH\" exec \"$@\" 2>\"" + err.string() + "\"",
         "sh", VELDRA_INDEX_PROGRAM};
     command.insert(command.end(), arguments.begin(), arguments.end());
     return command;
