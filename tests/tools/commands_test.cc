@@ -8,6 +8,7 @@
 
 #include "faults/measured.h"
 #include "tools/tool_runner.h"
+#include "veldra/sqlite/connection.h"
 
 namespace veldra::tool {
 namespace {
@@ -283,7 +284,7 @@ TEST_F(ProjectTest, AnswersTellWhoImportsAndHowTheIndexIs) {
 TEST_F(ProjectTest, BadInputIsAnsweredWithOneLineAndAStatus) {
   const std::vector<std::string> before = tree.rows(CONTENT);
   tree.write("words.txt", "no database at all, but long enough to be looked at as one\n");
-  run_program({"sqlite3", tree.path("other.db").string(), "CREATE TABLE theirs (x)"});
+  Connection(tree.path("other.db")).execute("CREATE TABLE theirs (x)");
   const std::tuple<std::vector<std::string>, int, std::string_view> cases[] = {
       {{}, 2, "--help"},
       {{"frobnicate"}, 2, "there is no command `frobnicate`"},
