@@ -7,7 +7,6 @@
 
 #include "support/split.h"
 #include "support/temp_database.h"
-#include "veldra/errors.h"
 
 namespace veldra {
 namespace {
