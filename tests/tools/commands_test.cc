@@ -106,6 +106,18 @@ TEST(RebuildTest, GoesOnBehindAFileThatKillsCtags) {
   EXPECT_EQ(tree.rows(FILES).size(), 5U) << "its text is of use all the same";
 }
 
+TEST(RebuildTest, KnowsWhichFileASymbolIsIn) {
+  ToolTree tree;
+  tree.write("a/run", "no program\n");
+  tree.write("b/run", "#!/bin/sh\nrun_it() { :; }\n");
+  std::filesystem::permissions(tree.path("b/run"), std::filesystem::perms::owner_all);
+  tree.write("-V \"new\nline.c", "int dash;\n");
+  ASSERT_EQ(tree.run({"rebuild", "--jobs", "1"}).status, 0);
+  EXPECT_THAT(tree.rows("SELECT f.path, s.name FROM symbols s JOIN files f ON f.id = s.file_id"
+                        " WHERE s.kind <> 'anchor' ORDER BY 1"),
+              ElementsAre("-V \"new\nline.c|dash", "b/run|run_it"));
+}
+
 TEST_F(ProjectTest, ARebuildIsRefusedWhileAnotherRunsAndCleansUpWhenInterrupted) {
   const std::vector<std::string> before = tree.rows(CONTENT);
   tree.use_stand_in_ctags();

@@ -1,4 +1,4 @@
-// One line of ctags' output, and what a file's tags become.
+// One line of ctags' output, whose tags they are, and what a file's tags become.
 #include "veldra-index/tag_reader.h"
 
 #include <gmock/gmock.h>
@@ -7,6 +7,7 @@
 #include <tuple>
 
 #include "veldra-index/parsed_file.h"
+#include "veldra-index/tag_division.h"
 
 namespace veldra::tool {
 namespace {
@@ -42,6 +43,29 @@ std::string tag(const std::string& name, const std::string& kind, int line, int 
   if (end > 0) tag["end"] = end;
   if (!scope.empty()) tag.update({{"scopeKind", "class"}, {"scope", scope}});
   return tag.dump() + "\n";
+}
+
+TEST(TagDivisionTest, GivesEachFileItsTagsOrSaysThatItIsNotCertain) {
+  const auto ending = [](const std::string& name) {
+    return tag("in " + name, "function", 1, 1) + tag(name, "file", 1, 0);
+  };
+  const std::string main = ending("main.c");
+  const std::string run = ending("r\"\"un");
+  using Paths = std::vector<std::string_view>;
+  using Tags = std::vector<std::string_view>;
+  const std::tuple<std::string, Paths, std::optional<Tags>> cases[] = {
+      {"", {"a/README", "b/README"}, Tags{"", ""}},
+      {main + run, {"README", "a/main.c", "LICENSE", "r\"\"un"}, Tags{"", main, "", run}},
+      {main + main, {"a/main.c", "b/main.c"}, Tags{main, main}},
+      {main + run, {"a/r\"\"un", "b/main.c", "b/r\"\"un"}, Tags{"", main, run}},
+      {run, {"a/r\"\"un", "b/r\"\"un"}, std::nullopt},
+      {main + run, {"main.c", "a/r\"\"un", "LICENSE", "b/r\"\"un"}, std::nullopt},
+      {main, {"other.c"}, std::nullopt},
+      {main + main, {"main.c"}, std::nullopt},
+      {main + tag("f", "function", 1, 1), {"main.c", "f.c"}, std::nullopt},
+      {main + run.substr(0, run.size() - 1), {"main.c", "r\"\"un"}, std::nullopt}};
+  for (const auto& [output, paths, tags] : cases)
+    EXPECT_EQ(divide_tags(output, paths), tags) << output << testing::PrintToString(paths);
 }
 
 /// The symbols that `tags` become, each as "fqn<line of its parent", and the problems' types.

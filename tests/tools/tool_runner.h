@@ -106,22 +106,22 @@ class ToolTree {
  private:
   static constexpr std::string_view STAND_IN = R"sh(#!/bin/sh
 case "$*" in
-*--version*) echo "Universal Ctags VERSION, Copyright"; echo "  Optional: +json, +interactive"; exit ;;
+*--version*) echo "Universal Ctags VERSION, Copyright"; echo "  Optional: +json"; exit ;;
 *--list-languages*) printf 'C\nPython\n'; exit ;;
 esac
-echo '{"_type": "program"}'
-while read -r line; do
-  file=$(echo "$line" | sed 's/.*"filename":"\([^"]*\)".*/\1/')
-  name=$(basename "$file")
+for file; do
+  case "$file" in -* | /proc/*) continue ;; esac
+  name=${file##*/}
   case "$name" in
   crash*) exit 3 ;;
   hang*) exec sleep 60 ;;
   *.py) language=Python ;;
   *) language=C ;;
   esac
-  printf '{"_type": "tag", "name": "%s", "language": "%s", "line": 1, "kind": "file", "roles": "def"}\n' "$name" $language
-  printf '{"_type": "tag", "name": "in_%s", "language": "%s", "line": 1, "kind": "function", "roles": "def"}\n' "$name" $language
-  echo '{"_type": "completed", "command": "generate-tags"}'
+  for tag in "in_$name function" "$name file"; do
+    printf '{"_type": "tag", "name": "%s", "language": "%s", "line": 1, "kind": "%s", "roles": "def"}\n' \
+      "${tag% *}" $language "${tag#* }"
+  done
 done
 )sh";
 

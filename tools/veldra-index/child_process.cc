@@ -1,12 +1,13 @@
-// Starting programs, talking to them through pipes, ending them.
+// Starting programs, taking their output, ending them.
 #include "veldra-index/child_process.h"
 
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <mutex>
@@ -16,36 +17,50 @@
 namespace veldra::tool {
 namespace {
 
-constexpr int PIPE_BYTES = 1 << 20;  // fewer switches between a program that writes and its reader
-constexpr std::size_t READ_BYTES = 64 * 1024;
-
 std::mutex
     running_mutex;  // guards running; held while a pid is reaped, so none is killed after that
 std::vector<pid_t> running;
 
-struct Pipe {
-  Pipe() {
-    if (::pipe2(ends, O_CLOEXEC) != 0)
-      throw std::system_error(errno, std::generic_category(), "pipe");
+/// A file that has no name and lies in memory.
+class MemoryFile {
+ public:
+  MemoryFile() : _fd(::memfd_create("output", MFD_CLOEXEC)) {
+    if (_fd < 0) throw std::system_error(errno, std::generic_category(), "memfd_create");
   }
-  Pipe(const Pipe&) = delete;
-  Pipe& operator=(const Pipe&) = delete;
-  ~Pipe() {
-    for (const int end : ends) {
-      if (end >= 0) ::close(end);
-    }
-  }
-  int take(int end) { return std::exchange(ends[end], -1); }
+  MemoryFile(const MemoryFile&) = delete;
+  MemoryFile& operator=(const MemoryFile&) = delete;
+  ~MemoryFile() { ::close(_fd); }
 
-  int ends[2] = {-1, -1};
+  int fd() const { return _fd; }
+
+  std::string text() const {
+    struct stat status {};
+    if (::fstat(_fd, &status) != 0)
+      throw std::system_error(errno, std::generic_category(), "fstat");
+    std::string text(static_cast<std::size_t>(status.st_size), '\0');
+    for (std::size_t used = 0; used < text.size();) {
+      const ssize_t count =
+          ::pread(_fd, text.data() + used, text.size() - used, static_cast<off_t>(used));
+      if (count <= 0) throw std::system_error(errno, std::generic_category(), "pread");
+      used += static_cast<std::size_t>(count);
+    }
+    return text;
+  }
+
+ private:
+  const int _fd;
 };
 
 /// The attributes and file actions of one posix_spawn.
 struct SpawnSetup {
-  SpawnSetup(const Pipe& input, const Pipe& output, const std::filesystem::path& directory) {
+  SpawnSetup(std::optional<int> output, const std::filesystem::path& directory) {
     ::posix_spawn_file_actions_init(&actions);
-    ::posix_spawn_file_actions_adddup2(&actions, input.ends[0], STDIN_FILENO);
-    ::posix_spawn_file_actions_adddup2(&actions, output.ends[1], STDOUT_FILENO);
+    ::posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    if (output) {
+      ::posix_spawn_file_actions_adddup2(&actions, *output, STDOUT_FILENO);
+    } else {
+      ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    }
     ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
     ::posix_spawn_file_actions_addchdir_np(&actions, directory.c_str());
 
@@ -76,10 +91,8 @@ struct SpawnSetup {
 }  // namespace
 
 ChildProcess::ChildProcess(const std::vector<std::string>& arguments,
-                           const std::filesystem::path& directory) {
-  Pipe input;
-  Pipe output;
-  const SpawnSetup setup(input, output, directory);
+                           const std::filesystem::path& directory, std::optional<int> output) {
+  const SpawnSetup setup(output, directory);
   std::vector<char*> argv;
   for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
   argv.push_back(nullptr);
@@ -90,40 +103,12 @@ ChildProcess::ChildProcess(const std::vector<std::string>& arguments,
       ::posix_spawnp(&_pid, argv[0], &setup.actions, &setup.attributes, argv.data(), environ);
   if (error != 0) throw std::system_error(error, std::generic_category(), arguments[0]);
   running.push_back(_pid);
-  _input = input.take(1);
-  _output = output.take(0);
-  ::fcntl(_output, F_SETPIPE_SZ,
-          PIPE_BYTES);  // refused where the limit is lower, which is slower only
 }
 
 ChildProcess::~ChildProcess() {
-  close_input();
-  if (_output >= 0) ::close(_output);
   if (_pid < 0) return;
   ::kill(_pid, SIGKILL);
   wait();
-}
-
-bool ChildProcess::write(std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t written = ::write(_input, bytes.data(), bytes.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) return false;
-    bytes.remove_prefix(static_cast<std::size_t>(written));
-  }
-  return true;
-}
-
-void ChildProcess::close_input() {
-  if (_input >= 0) ::close(std::exchange(_input, -1));
-}
-
-std::size_t ChildProcess::read(std::span<char> buffer) {
-  ssize_t count = 0;
-  do {
-    count = ::read(_output, buffer.data(), buffer.size());
-  } while (count < 0 && errno == EINTR);
-  return static_cast<std::size_t>(std::max<ssize_t>(count, 0));
 }
 
 int ChildProcess::wait() {
@@ -148,13 +133,10 @@ void ChildProcess::kill_all() {
 
 Captured run_program(const std::vector<std::string>& arguments,
                      const std::filesystem::path& directory) {
-  ChildProcess program(arguments, directory);
-  program.close_input();
-  Captured captured{};
-  std::vector<char> block(READ_BYTES);
-  while (const std::size_t count = program.read(block)) captured.output.append(block.data(), count);
-  captured.status = program.wait();
-  return captured;
+  const MemoryFile output;
+  ChildProcess program(arguments, directory, output.fd());
+  const int status = program.wait();
+  return {status, output.text()};
 }
 
 }  // namespace veldra::tool

@@ -2,36 +2,30 @@
 
 #include <sys/types.h>
 
-#include <cstddef>
 #include <filesystem>
-#include <span>
+#include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace veldra::tool {
 
-/// A running program with pipes to its standard input and from its standard output.
+/// A running program.
 ///
 /// Started with posix_spawn, in a process group of its own: a Ctrl-C at the terminal reaches this
-/// program alone, which then ends its children. Standard error goes nowhere.
+/// program alone, which then ends its children. Standard input is empty; standard error goes
+/// nowhere.
 ///
 /// Thread safety: one thread per object; `kill_all` from any thread.
 /// Ownership: the destructor kills what still runs and reaps it.
 class ChildProcess {
  public:
+  /// `output` is the file that the program's standard output goes to, if anywhere; the caller's.
   /// Throws `std::system_error`; errno ENOENT when there is no such program.
-  ChildProcess(const std::vector<std::string>& arguments, const std::filesystem::path& directory);
+  ChildProcess(const std::vector<std::string>& arguments, const std::filesystem::path& directory,
+               std::optional<int> output = std::nullopt);
   ChildProcess(const ChildProcess&) = delete;
   ChildProcess& operator=(const ChildProcess&) = delete;
   ~ChildProcess();
-
-  /// False when the program no longer reads.
-  bool write(std::string_view bytes);
-  void close_input();
-
-  /// Waits for output and gives how many bytes of it were put into `buffer`; 0 at its end.
-  std::size_t read(std::span<char> buffer);
 
   /// Waits for the end: the exit status, or 128 plus the signal that ended it.
   int wait();
@@ -41,8 +35,6 @@ class ChildProcess {
 
  private:
   pid_t _pid = -1;
-  int _input = -1;
-  int _output = -1;
 };
 
 /// A finished program's exit status and output.
@@ -51,7 +43,8 @@ struct Captured {
   std::string output;
 };
 
-/// Runs a program to its end. Throws as `ChildProcess` does.
+/// Runs a program to its end. Throws as `ChildProcess` does. Its output is a file in memory, which
+/// it may also open: /proc/self/fd/1.
 Captured run_program(const std::vector<std::string>& arguments,
                      const std::filesystem::path& directory = ".");
 

@@ -1,19 +1,18 @@
-// Universal Ctags: which one is there, and its interactive mode.
+// Universal Ctags: which one is there, and what it says of files.
 #include "veldra-index/ctags.h"
 
 #include <charconv>
-#include <nlohmann/json.hpp>
 #include <sstream>
 #include <system_error>
 
+#include "veldra-index/child_process.h"
 #include "veldra-index/failure.h"
 #include "veldra-index/source_file.h"
+#include "veldra-index/tag_division.h"
 
 namespace veldra::tool {
 namespace {
 
-constexpr std::size_t BLOCK_BYTES = 256 * 1024;
-constexpr std::string_view END_OF_REPLY = R"({"_type": "completed")";
 constexpr std::string_view HOW_TO_INSTALL =
     "install Universal Ctags with JSON output (Debian: apt-get install universal-ctags)";
 
@@ -36,8 +35,7 @@ CtagsProgram inspect_ctags() {
   static constexpr std::string_view NAME = "Universal Ctags ";
   const std::string banner = run_ctags("--version");
   const std::size_t name = banner.find(NAME);
-  if (name != 0 || banner.find("+json") == std::string::npos ||
-      banner.find("+interactive") == std::string::npos) {
+  if (name != 0 || banner.find("+json") == std::string::npos) {
     throw Failure("ctags in the PATH is not a usable one: " + std::string(HOW_TO_INSTALL));
   }
   CtagsProgram program;
@@ -67,45 +65,30 @@ std::map<std::string, std::int64_t> extractor_versions(const CtagsProgram& progr
   return versions;
 }
 
-CtagsProcess::CtagsProcess(const std::filesystem::path& root)
-    // Only the fields in use; no option files: those of a repository are not ours to trust.
-    : _process({"ctags", "--quiet", "--options=NONE", "--_interactive=default", "--sort=no",
-                "--fields=Nlnzser", "--extras=+rf"},
-               root),
-      _block(BLOCK_BYTES) {
-  std::string greeting;
-  while (_pending.find('\n') == std::string::npos) {
-    const std::size_t count = _process.read(_block);
-    if (count == 0) return;  // the first request finds it gone
-    _pending.append(_block.data(), count);
+CtagsAnswer ask_ctags(const std::filesystem::path& root, std::span<const std::string_view> paths) {
+  // Only the fields in use; no option files: those of a repository are not ours to trust. The
+  // output is given by its name, since what ctags takes for its standard output gets a copy, made
+  // byte by byte, of a temporary file.
+  std::vector<std::string> arguments = {
+      "ctags", "--quiet",         "--options=NONE",   "--output-format=json", "--sort=no",
+      "-f",    "/proc/self/fd/1", "--fields=Nlnzser", "--extras=+rf-p"};
+  for (const std::string_view path : paths) {  // one that begins with a dash would be an option
+    arguments.push_back((path.starts_with('-') ? "./" : "") + std::string(path));
   }
-  _pending.erase(0, _pending.find('\n') + 1);
-}
+  Captured captured = run_program(arguments, root);
 
-void CtagsProcess::request(std::string_view path) {
-  const nlohmann::json command = {{"command", "generate-tags"}, {"filename", path}};
-  // A process that is gone is noticed by the reader of the answer.
-  (void)_process.write(command.dump() + "\n");
-}
-
-bool CtagsProcess::read_reply(std::string& reply) {
-  reply.clear();
-  std::size_t line = 0;
-  for (;;) {
-    for (std::size_t end = 0; (end = _pending.find('\n', line)) != std::string::npos;
-         line = end + 1) {
-      if (_pending.compare(line, END_OF_REPLY.size(), END_OF_REPLY) != 0) continue;
-      reply.assign(_pending, 0, line);
-      _pending.erase(0, end + 1);
-      return true;
+  CtagsAnswer answer;
+  if (paths.size() == 1) {
+    answer.complete = captured.status == 0;
+    if (!answer.complete) captured.output.resize(captured.output.rfind('\n') + 1);
+    answer.tags.push_back(std::move(captured.output));
+  } else if (captured.status == 0) {
+    if (const auto divided = divide_tags(captured.output, paths)) {
+      answer.complete = true;
+      answer.tags.assign(divided->begin(), divided->end());
     }
-    const std::size_t count = _process.read(_block);
-    if (count == 0) {
-      reply.assign(_pending, 0, line);
-      return false;
-    }
-    _pending.append(_block.data(), count);
   }
+  return answer;
 }
 
 }  // namespace veldra::tool

@@ -1,16 +1,12 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <filesystem>
 #include <map>
-#include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include "veldra-index/child_process.h"
 
 namespace veldra::tool {
 
@@ -28,34 +24,18 @@ CtagsProgram inspect_ctags();
 /// list of languages, so that a new parser reaches them too.
 std::map<std::string, std::int64_t> extractor_versions(const CtagsProgram& program);
 
-/// One running ctags, which is asked for the tags of one file after the other.
-///
-///     CtagsProcess ctags(root);
-///     ctags.request("src/a.cc");
-///     std::string tags;
-///     while (!ctags.read_reply(tags)) restart();
-///
-/// It runs in the repository's root, in its interactive mode: an answer has an end, so tags need
-/// not repeat the path, a file without tags is known as done, and one that kills ctags is known by
-/// name.
-///
-/// Thread safety: one thread per object.
-class CtagsProcess {
- public:
-  explicit CtagsProcess(const std::filesystem::path& root);
-
-  /// Asks for a file's tags; answers come in the order of the requests. Keep the requests that are
-  /// not answered few (a pipe holds 64 KiB of them). `path` is UTF-8.
-  void request(std::string_view path);
-
-  /// Puts the answer to the oldest request into `reply`: one JSON object per line. False when ctags
-  /// ended before its answer was complete; `reply` then holds the complete lines of what it gave.
-  bool read_reply(std::string& reply);
-
- private:
-  ChildProcess _process;
-  std::vector<char> _block;
-  std::string _pending;  // read, not yet part of an answer
+/// What ctags says of some files.
+struct CtagsAnswer {
+  /// False when ctags ended early, or when it is not certain whose tags are whose: ask for fewer of
+  /// the files. The answer of a single file then holds the whole lines that ctags gave.
+  bool complete = false;
+  std::vector<std::string> tags;  // of each file: one JSON object per line
 };
+
+/// Runs one ctags in `root` over `paths`, which are UTF-8 and relative to it, and fit on a command
+/// line. Throws `std::system_error` when it cannot be started.
+///
+/// Thread safety: any thread.
+CtagsAnswer ask_ctags(const std::filesystem::path& root, std::span<const std::string_view> paths);
 
 }  // namespace veldra::tool

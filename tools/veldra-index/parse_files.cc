@@ -4,13 +4,14 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
+#include <cstdint>
 #include <deque>
 #include <exception>
 #include <mutex>
-#include <optional>
 #include <thread>
 #include <vector>
 
+#include "veldra-index/child_process.h"
 #include "veldra-index/ctags.h"
 #include "veldra-index/failure.h"
 #include "veldra-index/interrupt.h"
@@ -22,9 +23,37 @@ namespace {
 
 /// How much is parsed and not consumed at most.
 constexpr std::size_t READY_BYTES = 24 * 1024 * 1024;
-/// Requests that ctags has and has not answered: enough that it never waits for the next one.
-constexpr std::size_t UNANSWERED_FILES = 8;
-constexpr std::size_t UNANSWERED_BYTES = 2 * 1024 * 1024;
+/// What one ctags gets: as little as pays for its start, and all of them together not more than
+/// memory should hold.
+constexpr std::int64_t BATCH_MIN_BYTES = 256 * 1024;
+constexpr std::int64_t BATCH_MAX_BYTES = 8 * 1024 * 1024;
+constexpr std::int64_t BATCHES_MAX_BYTES = 32 * 1024 * 1024;
+/// The paths of a batch are arguments of a program.
+constexpr std::size_t BATCH_PATH_BYTES = 64 * 1024;
+
+/// Divides the files among the threads: large batches first, small ones at last, so that all end at
+/// about the same time.
+std::vector<std::span<const PassFile>> make_batches(std::span<const PassFile> files, int jobs) {
+  const std::int64_t most = std::clamp(BATCHES_MAX_BYTES / jobs, BATCH_MIN_BYTES, BATCH_MAX_BYTES);
+  std::int64_t left = 0;
+  for (const PassFile& file : files) left += file.source.size;
+
+  std::vector<std::span<const PassFile>> batches;
+  while (!files.empty()) {
+    const std::int64_t wanted = std::clamp(left / (2 * jobs), BATCH_MIN_BYTES, most);
+    std::size_t count = 0;
+    std::int64_t bytes = 0;
+    for (std::size_t path_bytes = 0;
+         count < files.size() && bytes < wanted && path_bytes < BATCH_PATH_BYTES; ++count) {
+      bytes += files[count].source.size;
+      path_bytes += files[count].source.path.size();
+    }
+    batches.push_back(files.first(count));
+    files = files.subspan(count);
+    left -= bytes;
+  }
+  return batches;
+}
 
 /// Parsed files on their way to the consumer; bounded.
 ///
@@ -71,6 +100,11 @@ class ReadyFiles {
     _changed.notify_all();
   }
 
+  bool stopped() {
+    const std::lock_guard lock(_mutex);
+    return _stopped;
+  }
+
  private:
   std::mutex _mutex;
   std::condition_variable _changed;
@@ -84,84 +118,81 @@ class ReadyFiles {
 /// One thread's share of a pass.
 class Worker {
  public:
-  Worker(const std::filesystem::path& root, std::span<const PassFile> files,
-         std::atomic<std::size_t>& next, ReadyFiles& ready)
-      : _root(root), _files(files), _next(next), _ready(ready) {}
+  Worker(const std::filesystem::path& root, ReadyFiles& ready) : _root(root), _ready(ready) {}
 
-  void run() {
-    for (;;) {
-      check_interrupted();
-      while (_unanswered.size() < UNANSWERED_FILES && _unanswered_bytes < UNANSWERED_BYTES) {
-        const std::size_t position = _next++;
-        if (position >= _files.size()) break;
-        if (!_begin(position)) return;
+  /// False when the consumer wants no more.
+  bool run(std::span<const PassFile> batch) {
+    std::vector<std::unique_ptr<ParsedFile>> to_parse;
+    for (const PassFile& pass_file : batch) {
+      std::unique_ptr<ParsedFile> file = _read(pass_file);
+      if (!_is_to_parse(*file, pass_file)) {
+        if (!_ready.put(std::move(file))) return false;
+        continue;
       }
-      if (_unanswered.empty()) return;
-      if (!_finish_oldest()) return;
+      file->chunks = split_into_chunks(file->source.text, file->source.exact);
+      file->lines = file->chunks.empty() ? 0 : file->chunks.back().end_line;
+      to_parse.push_back(std::move(file));
     }
+    return _parse(to_parse);
   }
 
  private:
-  /// Reads a file and sends it to ctags, or on when there is nothing to parse.
-  bool _begin(std::size_t position) {
-    const PassFile& pass_file = _files[position];
+  std::unique_ptr<ParsedFile> _read(const PassFile& pass_file) const {
     auto file = std::make_unique<ParsedFile>();
-    file->position = position;
     file->path = pass_file.source.path;
     if (find_invalid_utf8(file->path) != std::string_view::npos) {  // cannot be said in JSON
       file->problems.push_back(
           {"path_error", "the file's name is not UTF-8: rename it", std::nullopt});
-      return _ready.put(std::move(file));
+      return file;
     }
     file->source = read_source(_root, pass_file.source);
     if (file->source.problem) file->problems.push_back(*file->source.problem);
-    if (file->source.kind != SourceText::Kind::Text) return _ready.put(std::move(file));
-    if (!pass_file.known_stamp.empty() &&
-        content_of_stamp(pass_file.known_stamp) == content_of_stamp(file->source.stamp)) {
-      file->same_content = true;
-      return _ready.put(std::move(file));
+    return file;
+  }
+
+  static bool _is_to_parse(ParsedFile& file, const PassFile& pass_file) {
+    if (file.source.kind != SourceText::Kind::Text) return false;
+    file.same_content = !pass_file.known_stamp.empty() && content_of_stamp(pass_file.known_stamp) ==
+                                                              content_of_stamp(file.source.stamp);
+    return !file.same_content;
+  }
+
+  /// Has one ctags parse all of the files, or, where that fails, one half after the other: a file
+  /// that ends ctags is found in few steps.
+  bool _parse(std::span<std::unique_ptr<ParsedFile>> files) {
+    if (files.empty()) return true;
+    std::vector<std::string_view> paths;
+    for (const auto& file : files) paths.emplace_back(file->path);
+    CtagsAnswer answer = ask_ctags(_root, paths);
+    check_interrupted();  // ctags was killed, and its files are not to blame
+    if (!answer.complete && files.size() > 1) {
+      const std::size_t half = files.size() / 2;
+      return !_ready.stopped() && _parse(files.first(half)) && _parse(files.subspan(half));
     }
-    if (!_ctags) _ctags.emplace(_root);
-    _ctags->request(file->path);
-    _unanswered_bytes += file->bytes();
-    file->chunks = split_into_chunks(file->source.text, file->source.exact);
-    file->lines = file->chunks.empty() ? 0 : file->chunks.back().end_line;
-    _unanswered.push_back(std::move(file));
+    for (std::size_t at = 0; at < files.size(); ++at) {
+      ParsedFile& file = *files[at];
+      file.tags = std::move(answer.tags[at]);
+      if (!answer.complete) {
+        file.problems.push_back(
+            {file.tags.empty() ? "parse_error" : std::string(PARTIAL_PARSE_ERROR),
+             "ctags ended while it parsed this file", std::nullopt});
+      }
+      read_tags(file);
+      if (!_ready.put(std::move(files[at]))) return false;
+    }
     return true;
   }
 
-  bool _finish_oldest() {
-    std::unique_ptr<ParsedFile> file = std::move(_unanswered.front());
-    _unanswered.pop_front();
-    _unanswered_bytes -= file->bytes();
-    const bool complete = _ctags->read_reply(file->tags);
-    if (!complete) {
-      check_interrupted();  // it was killed, and this file is not to blame
-      file->problems.push_back(
-          {file->tags.empty() ? "parse_error" : std::string(PARTIAL_PARSE_ERROR),
-           "ctags ended while it parsed this file", std::nullopt});
-      _ctags.emplace(_root);
-      for (const auto& waiting : _unanswered) _ctags->request(waiting->path);
-    }
-    read_tags(*file);
-    return _ready.put(std::move(file));
-  }
-
   const std::filesystem::path& _root;
-  const std::span<const PassFile> _files;
-  std::atomic<std::size_t>& _next;
   ReadyFiles& _ready;
-  std::optional<CtagsProcess> _ctags;  // started for the first file that needs it
-  std::deque<std::unique_ptr<ParsedFile>> _unanswered;
-  std::size_t _unanswered_bytes = 0;
 };
 
 }  // namespace
 
 void parse_files(const std::filesystem::path& root, std::span<const PassFile> files, int jobs,
                  const std::function<void(std::unique_ptr<ParsedFile>)>& consume) {
-  const int count =
-      std::clamp(static_cast<int>(std::min<std::size_t>(files.size(), 1024)), 0, jobs);
+  const std::vector<std::span<const PassFile>> batches = make_batches(files, jobs);
+  const int count = static_cast<int>(std::min(batches.size(), static_cast<std::size_t>(jobs)));
   std::atomic<std::size_t> next = 0;
   ReadyFiles ready(count);
   std::vector<std::jthread> threads;
@@ -176,7 +207,11 @@ void parse_files(const std::filesystem::path& root, std::span<const PassFile> fi
     threads.emplace_back([&] {
       std::exception_ptr error;
       try {
-        Worker(root, files, next, ready).run();
+        Worker worker(root, ready);
+        for (std::size_t batch = next++; batch < batches.size(); batch = next++) {
+          check_interrupted();
+          if (!worker.run(batches[batch])) break;
+        }
       } catch (...) {  // rethrown on the calling thread
         error = std::current_exception();
       }

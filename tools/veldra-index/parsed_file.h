@@ -41,7 +41,6 @@ struct ParsedFile {
   /// About how much memory it holds.
   std::size_t bytes() const;
 
-  std::size_t position = 0;  // in the list of files of the pass
   std::string path;
   SourceText source;
   std::string language{NO_LANGUAGE};
