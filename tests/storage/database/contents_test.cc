@@ -21,6 +21,7 @@ constexpr std::string_view STATE =
     "  WHERE tbl NOT LIKE 'code_chunks%' ORDER BY tbl, idx) UNION ALL "
     "SELECT 'generation', user_version FROM pragma_user_version UNION ALL "
     "SELECT 'attached', group_concat(name) FROM pragma_database_list UNION ALL "
+    "SELECT 'full text', group_concat(k || v) FROM code_chunks_config UNION ALL "
     "SELECT 'settings', cache_size || secure_delete FROM pragma_cache_size, pragma_secure_delete";
 
 /// Fills the index with rows that carry `mark`: one component, two files, three symbols, four
@@ -51,7 +52,9 @@ class ContentsTest : public ::testing::Test {
          {"CREATE TABLE memories (note TEXT)", "INSERT INTO memories VALUES ('kept')",
           "CREATE INDEX \"some\"\"one's\" ON symbols (upper(name), fqn) WHERE kind <> 'x'",
           "CREATE UNIQUE INDEX unique_fqn ON symbols (fqn)", "ANALYZE", "PRAGMA cache_size=-1234",
-          "PRAGMA secure_delete=ON", "PRAGMA user_version = 41"})
+          "PRAGMA secure_delete=ON", "PRAGMA user_version = 41",
+          "INSERT INTO code_chunks (code_chunks, rank) VALUES ('hashsize', 1048576), "
+          "('automerge', 4)"})
       db->execute(sql);
     log.take();
   }

@@ -26,15 +26,20 @@ constexpr std::string_view COPY_CHUNKS =
     "INSERT INTO code_chunks (rowid, text, start_line, end_line, exact) "
     "SELECT rowid, text, start_line, end_line, exact FROM stg.code_chunks";
 
-/// What FTS5 gathers in memory before it writes a segment of its index, in bytes: its own default,
-/// and what saves most of the merging of segments when every chunk comes at once. The option
-/// stands in FTS5's source alone, fts5_config.c.
-constexpr std::int64_t USUAL_HASH_SIZE = std::int64_t{1024} * 1024;
-constexpr std::int64_t COPY_HASH_SIZE = 4 * USUAL_HASH_SIZE;
+/// How FTS5 makes its index: its own defaults, and what saves most of the work when every chunk
+/// comes at once. It then gathers more in memory, in bytes, before it writes a segment, and leaves
+/// the few segments to later writes to merge (https://www.sqlite.org/fts5.html#automerge; the other
+/// option stands in FTS5's source alone, fts5_config.c).
+struct FullTextOptions {
+  std::int64_t hashsize;
+  std::int64_t automerge;
+};
+constexpr FullTextOptions USUAL_OPTIONS = {1024 * 1024, 4};
+constexpr FullTextOptions COPY_OPTIONS = {8 * USUAL_OPTIONS.hashsize, 0};
 
 /// The page cache of a swap, in the pragma's unit: KiB, negative. Without it pages of a big swap
 /// are written to the log, read and written again.
-constexpr std::string_view SWAP_CACHE_SIZE = "-49152";
+constexpr std::string_view SWAP_CACHE_SIZE = "-40960";
 
 // The names in the statements below are those of the two orders, and of columns that the file
 // itself declares; SQLite binds values, not names.
@@ -53,16 +58,17 @@ std::int64_t inserted(const Cursor& cursor) {
   return std::max<std::int64_t>(cursor.rowcount(), 0);
 }
 
-void set_hash_size(Cursor& cursor, std::int64_t bytes) {
-  cursor.execute("INSERT INTO code_chunks (code_chunks, rank) VALUES ('hashsize', ?)", {bytes});
+void set_options(Cursor& cursor, const FullTextOptions& options) {
+  cursor.executemany("INSERT INTO code_chunks (code_chunks, rank) VALUES (?, ?)",
+                     {{"hashsize", options.hashsize}, {"automerge", options.automerge}});
 }
 
 /// Fills the new, empty `code_chunks` from the staging file; how many chunks there were.
 std::int64_t copy_chunks(Cursor& cursor) {
-  set_hash_size(cursor, COPY_HASH_SIZE);
+  set_options(cursor, COPY_OPTIONS);
   cursor.execute(COPY_CHUNKS);
   const std::int64_t count = inserted(cursor);
-  set_hash_size(cursor, USUAL_HASH_SIZE);
+  set_options(cursor, USUAL_OPTIONS);
   return count;
 }
 
