@@ -26,7 +26,7 @@ constexpr std::size_t READY_BYTES = 24 * 1024 * 1024;
 /// What one ctags gets: as little as pays for its start, and all of them together not more than
 /// memory should hold.
 constexpr std::int64_t BATCH_MIN_BYTES = 256 * 1024;
-constexpr std::int64_t BATCH_MAX_BYTES = 8 * 1024 * 1024;
+constexpr std::int64_t BATCH_MAX_BYTES = 4 * 1024 * 1024;
 constexpr std::int64_t BATCHES_MAX_BYTES = 32 * 1024 * 1024;
 /// The paths of a batch are arguments of a program.
 constexpr std::size_t BATCH_PATH_BYTES = 64 * 1024;

@@ -26,20 +26,21 @@ constexpr std::string_view COPY_CHUNKS =
     "INSERT INTO code_chunks (rowid, text, start_line, end_line, exact) "
     "SELECT rowid, text, start_line, end_line, exact FROM stg.code_chunks";
 
-/// How FTS5 makes its index: its own defaults, and what saves most of the work when every chunk
-/// comes at once. It then gathers more in memory, in bytes, before it writes a segment, and leaves
-/// the few segments to later writes to merge (https://www.sqlite.org/fts5.html#automerge; the other
-/// option stands in FTS5's source alone, fts5_config.c).
+/// How FTS5 makes its index: its own defaults, and what saves much of the merging of segments when
+/// every chunk comes at once. More memory, in bytes, is gathered before a segment is written, and
+/// more segments before they are merged; but not so many that merging them would hold up a small
+/// write later (https://www.sqlite.org/fts5.html#automerge; the other option stands in FTS5's
+/// source alone, fts5_config.c).
 struct FullTextOptions {
   std::int64_t hashsize;
   std::int64_t automerge;
 };
 constexpr FullTextOptions USUAL_OPTIONS = {1024 * 1024, 4};
-constexpr FullTextOptions COPY_OPTIONS = {8 * USUAL_OPTIONS.hashsize, 0};
+constexpr FullTextOptions COPY_OPTIONS = {2 * USUAL_OPTIONS.hashsize, 8};
 
 /// The page cache of a swap, in the pragma's unit: KiB, negative. Without it pages of a big swap
 /// are written to the log, read and written again.
-constexpr std::string_view SWAP_CACHE_SIZE = "-40960";
+constexpr std::string_view SWAP_CACHE_SIZE = "-49152";
 
 // The names in the statements below are those of the two orders, and of columns that the file
 // itself declares; SQLite binds values, not names.
