@@ -46,7 +46,9 @@ TEST(RowTest, AValueIsReadAsItsOwnStorageClassAlone) {
   EXPECT_THROW((void)row[0].as_text(), ProgrammingError);
   EXPECT_THROW((void)row[1].as_integer(), ProgrammingError);
   EXPECT_THROW((void)row[2].as_blob(), ProgrammingError);
+  EXPECT_THROW((void)row[3].as_text(), ProgrammingError);
   EXPECT_THROW((void)row[4].as_real(), ProgrammingError);
+  EXPECT_THROW((void)Value("1").as_integer(), ProgrammingError);
 }
 
 TEST(RowTest, NamesIgnoreAsciiCaseAndTheFirstOfEqualOnesCounts) {
@@ -75,6 +77,8 @@ TEST(RowTest, OutlivesItsConnectionAndItsCopies) {
   EXPECT_EQ(view.data(), moved["LAST"].as_text().data()) << "a view did not move with its row";
   EXPECT_EQ(view, std::string(70'000, 'z'));
   EXPECT_EQ(moved[0].as_text(), "a");
+  EXPECT_EQ(moved[1].as_blob().size(), 0U);
+  EXPECT_EQ(moved[2].as_integer(), 1);
 }
 
 }  // namespace
