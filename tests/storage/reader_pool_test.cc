@@ -78,6 +78,32 @@ TEST_F(ReaderPoolTest, AWaitingThreadIsServedUntilCloseRefusesItAndOutlastsTheLo
   EXPECT_THROW((void)pool.lease(), ReaderUnavailable) << "a closed pool lent a connection";
 }
 
+TEST_F(ReaderPoolTest, WhoCameFirstIsServedFirstAndNobodyPassesThoseWhoWait) {
+  // this thread   waiter 0   waiter 1    waiter 2
+  // lease()
+  //               waits      waits       waits
+  //                          gives up
+  // gives back
+  // lease()  <- behind both
+  //               served                 served
+  ReaderPool pool(path, 1, count);
+  std::vector<int> order;  // guarded by the one connection
+  std::vector<std::future<void>> waiters;
+  std::optional<ReaderPool::Lease> loan(pool.lease());
+  for (int i = 0; i < 3; ++i) {
+    waiters.push_back(std::async(std::launch::async, [&, i] {
+      const ReaderPool::Lease lease = pool.lease(i == 1 ? 120ms : 30s);
+      order.push_back(i);
+    }));
+    ASSERT_FALSE(finished(waiters.back(), 50ms)) << "the one connection was lent twice";
+  }
+  EXPECT_THROW(waiters[1].get(), ReaderUnavailable);
+  loan.reset();
+  loan.emplace(pool.lease(30s));
+  EXPECT_EQ(order, (std::vector{0, 2}));
+  for (const int i : {0, 2}) EXPECT_TRUE(finished(waiters[static_cast<std::size_t>(i)]));
+}
+
 TEST_F(ReaderPoolTest, AFailedOpeningFreesItsPlace) {
   bool fail = true;
   ReaderPool pool(path, 1, [&](Connection&) {

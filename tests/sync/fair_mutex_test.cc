@@ -2,8 +2,11 @@
 #include "veldra/sync/fair_mutex.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 
+#include <atomic>
 #include <future>
+#include <thread>
 #include <vector>
 
 #include "support/finished.h"
@@ -44,6 +47,26 @@ TEST(FairMutexTest, ServesItsWaitersInTheOrderOfTheirArrivalOnceItIsReleasedAsOf
   EXPECT_FALSE(mutex.held_by_this_thread());
   for (std::future<void>& waiter : waiters) EXPECT_TRUE(finished(waiter));
   EXPECT_EQ(order, (std::vector{0, 1, 2, 3})) << "a waiter was overtaken";
+}
+
+TEST(FairMutexTest, AThreadThatIsCancelledWhileItWaitsLeavesTheLine) {
+  FairMutex mutex;
+  mutex.lock();
+  std::atomic<int> served = 0;
+  const auto wait_for_it = [&] {
+    const std::lock_guard guard(mutex);
+    ++served;
+  };
+  std::thread cancelled(wait_for_it);
+  auto next = std::async(std::launch::async, wait_for_it);
+  EXPECT_FALSE(finished(next, std::chrono::milliseconds(50)));
+  pthread_cancel(cancelled.native_handle());
+  cancelled.join();
+  mutex.unlock();
+  EXPECT_TRUE(finished(next)) << "the turn went to a thread that is gone";
+  EXPECT_EQ(served, 1);
+  EXPECT_TRUE(mutex.try_lock());
+  mutex.unlock();
 }
 
 }  // namespace veldra

@@ -23,15 +23,10 @@ ReaderPool::ReaderPool(std::filesystem::path path, int count, Configure configur
 
 ReaderPool::Lease ReaderPool::lease(std::chrono::milliseconds patience) {
   std::unique_lock lock(_mutex);
-  const auto available = [&] { return _closed || !_idle.empty() || _lent < _count; };
-  if (!available()) {
-    ++_waiting;
-    const bool in_time = _changed.wait_for(lock, patience, available);
-    --_waiting;
-    if (!in_time) throw ReaderUnavailable("every read connection is lent");
-  }
+  if (!_closed && (!_available() || !_waiting.empty())) _wait_for_a_turn(lock, patience);
   if (_closed) throw ReaderUnavailable("the reader pool is closed");
   ++_lent;
+  if (_available()) _waiting.wake_first();  // two loans that ended at once woke the same thread
   if (_idle.empty()) {
     lock.unlock();
     return {*this, _open()};
@@ -41,16 +36,22 @@ ReaderPool::Lease ReaderPool::lease(std::chrono::milliseconds patience) {
   return {*this, std::move(connection)};
 }
 
+void ReaderPool::_wait_for_a_turn(std::unique_lock<std::mutex>& lock,
+                                  std::chrono::milliseconds patience) {
+  WaitLine::Place place(_waiting);
+  const auto served = [&] { return _closed || (place.is_first() && _available()); };
+  if (!place.wait_until(lock, std::chrono::steady_clock::now() + patience, served))
+    throw ReaderUnavailable("every read connection is lent");
+}
+
 void ReaderPool::close() {
   const std::lock_guard closing(_closing);
   std::vector<std::unique_ptr<Connection>> idle;
   {
     std::unique_lock lock(_mutex);
     _closed = true;
-    _changed.notify_all();
-    ++_waiting;
-    _changed.wait(lock, [&] { return _lent == 0; });
-    --_waiting;
+    _waiting.wake_all();
+    _all_back.wait(lock, [&] { return _lent == 0; });
     idle.swap(_idle);
   }
   for (const std::unique_ptr<Connection>& connection : idle) connection->close();
@@ -62,6 +63,7 @@ std::unique_ptr<Connection> ReaderPool::_open() {
     if (_configure) _configure(*connection);
     return connection;
   } catch (...) {
+    const std::lock_guard lock(_mutex);
     _loan_ended();
     throw;
   }
@@ -70,19 +72,19 @@ std::unique_ptr<Connection> ReaderPool::_open() {
 void ReaderPool::_give_back(std::unique_ptr<Connection> connection) noexcept {
   if (connection->damaged()) {
     connection.reset();
+    const std::lock_guard lock(_mutex);
     _loan_ended();
     return;
   }
   const std::lock_guard lock(_mutex);
   _idle.push_back(std::move(connection));
-  --_lent;
-  if (_waiting > 0) _changed.notify_all();
+  _loan_ended();
 }
 
 void ReaderPool::_loan_ended() noexcept {
-  const std::lock_guard lock(_mutex);
   --_lent;
-  _changed.notify_all();
+  _waiting.wake_first();
+  if (_closed) _all_back.notify_all();
 }
 
 }  // namespace veldra

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "veldra/sqlite/connection.h"
+#include "veldra/sync/wait_line.h"
 
 namespace veldra {
 
@@ -58,9 +59,10 @@ class ReaderPool {
 
   /// Lends an idle connection, or opens one while fewer than `count` are open.
   ///
-  /// Waits up to `patience` for a loan to come back. Throws `ReaderUnavailable` after that, and at
-  /// once when the pool is closed, also to threads already waiting; throws `Error` when a new
-  /// connection cannot be opened or configured, and its place is free again.
+  /// Waits up to `patience` for a loan to come back; who came first is served first. Throws
+  /// `ReaderUnavailable` after that, and at once when the pool is closed, also to threads already
+  /// waiting; throws `Error` when a new connection cannot be opened or configured, and its place is
+  /// free again.
   Lease lease(std::chrono::milliseconds patience = std::chrono::seconds(5));
 
   /// Refuses new loans, waits for those that are out, then closes every connection.
@@ -71,6 +73,9 @@ class ReaderPool {
  private:
   std::unique_ptr<Connection> _open();
   void _give_back(std::unique_ptr<Connection> connection) noexcept;
+  // With `_mutex` held:
+  bool _available() const noexcept { return !_idle.empty() || _lent < _count; }
+  void _wait_for_a_turn(std::unique_lock<std::mutex>& lock, std::chrono::milliseconds patience);
   void _loan_ended() noexcept;
 
   const std::filesystem::path _path;
@@ -79,11 +84,11 @@ class ReaderPool {
 
   std::mutex _closing;  // taken before `_mutex`: who closes too returns when all are closed
   std::mutex _mutex;
-  std::condition_variable _changed;  // a loan ended, or the pool closed
-  std::vector<std::unique_ptr<Connection>>
-      _idle;              // its memory is reserved ahead: giving back cannot fail
+  WaitLine _waiting;                  // for a connection
+  std::condition_variable _all_back;  // the last loan has ended; `close` waits for it
+  // Its memory is reserved ahead: giving back cannot fail.
+  std::vector<std::unique_ptr<Connection>> _idle;
   std::size_t _lent = 0;  // counts a connection being opened, so `_count` is never exceeded
-  int _waiting = 0;       // threads in a wait on `_changed`: waking nobody is not free either
   bool _closed = false;
 };
 

@@ -2,16 +2,8 @@
 #include "veldra/sync/fair_mutex.h"
 
 #include <cassert>
-#include <condition_variable>
 
 namespace veldra {
-
-struct FairMutex::Waiter {
-  const std::thread::id thread = std::this_thread::get_id();
-  std::condition_variable granted;
-  bool owns = false;
-  Waiter* next = nullptr;
-};
 
 void FairMutex::lock() {
   if (held_by_this_thread()) {
@@ -19,15 +11,11 @@ void FairMutex::lock() {
     return;
   }
   std::unique_lock state(_state);
-  if (_owner.load(std::memory_order_relaxed) == std::thread::id()) {
-    _owner.store(std::this_thread::get_id(), std::memory_order_relaxed);
-    _depth = 1;
-    return;
+  if (!_is_free() || !_waiting.empty()) {
+    WaitLine::Place place(_waiting);
+    place.wait(state, [&] { return place.is_first() && _is_free(); });
   }
-  Waiter waiter;
-  (_last != nullptr ? _last->next : _first) = &waiter;
-  _last = &waiter;
-  waiter.granted.wait(state, [&] { return waiter.owns; });
+  _take();
 }
 
 bool FairMutex::try_lock() {
@@ -36,9 +24,8 @@ bool FairMutex::try_lock() {
     return true;
   }
   const std::lock_guard state(_state);
-  if (_owner.load(std::memory_order_relaxed) != std::thread::id()) return false;
-  _owner.store(std::this_thread::get_id(), std::memory_order_relaxed);
-  _depth = 1;
+  if (!_is_free() || !_waiting.empty()) return false;
+  _take();
   return true;
 }
 
@@ -49,17 +36,18 @@ void FairMutex::unlock() {
     return;
   }
   const std::lock_guard state(_state);
-  Waiter* const next = _first;
-  if (next == nullptr) {
-    _depth = 0;
-    _owner.store(std::thread::id(), std::memory_order_relaxed);
-    return;
-  }
-  _first = next->next;
-  if (_first == nullptr) _last = nullptr;
-  _owner.store(next->thread, std::memory_order_relaxed);  // `_depth` stays 1, the new owner's
-  next->owns = true;
-  next->granted.notify_one();  // under `_state`: the waiter's condition dies as soon as it runs on
+  _depth = 0;
+  _owner.store(std::thread::id(), std::memory_order_relaxed);
+  _waiting.wake_first();  // under `_state`: its place dies as soon as it runs on
+}
+
+bool FairMutex::_is_free() const noexcept {
+  return _owner.load(std::memory_order_relaxed) == std::thread::id();
+}
+
+void FairMutex::_take() noexcept {
+  _owner.store(std::this_thread::get_id(), std::memory_order_relaxed);
+  _depth = 1;
 }
 
 }  // namespace veldra

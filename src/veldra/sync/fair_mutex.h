@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "veldra/export.h"
+#include "veldra/sync/wait_line.h"
 
 namespace veldra {
 
@@ -19,8 +20,10 @@ namespace veldra {
 /// | mine, depth n     | depth n + 1           | true     | depth n - 1; at 0 the next one's turn |
 /// | another thread's  | waits for its turn    | false    | undefined                             |
 ///
-/// Fairness: the release hands the mutex to the thread that has waited longest, so a thread that
-/// locks again right after it unlocked goes behind everyone who waited meanwhile.
+/// Fairness: after a release it is the turn of the thread that has waited longest, so a thread that
+/// locks again right after it unlocked goes behind everyone who waited meanwhile. While somebody
+/// has the turn the mutex is another thread's. A thread that is cancelled while it waits leaves the
+/// order of the others as it is.
 ///
 /// Thread safety: any member, from any thread; `_state` guards every field below it and is held
 /// for a few instructions, never while waiting.
@@ -41,15 +44,15 @@ class VELDRA_EXPORT FairMutex {
   }
 
  private:
-  struct Waiter;
+  bool _is_free() const noexcept;
+  void _take() noexcept;
 
   std::mutex _state;
   // Atomic only for the owner's own check before it takes `_state`: no other thread can store the
   // caller's id.
   std::atomic<std::thread::id> _owner;
   int _depth = 0;
-  Waiter* _first = nullptr;  // the queue runs through the waiting threads' own stacks
-  Waiter* _last = nullptr;
+  WaitLine _waiting;
 };
 
 }  // namespace veldra
