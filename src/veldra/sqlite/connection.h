@@ -74,7 +74,9 @@ class VELDRA_EXPORT Connection {
   void roll_back() noexcept;
 
   /// SQLite's handle, for what has no wrapper (functions, hooks); null once closed. The caller
-  /// keeps others off the connection meanwhile.
+  /// keeps others off the connection meanwhile, and registers a function that could do harm in a
+  /// stranger's file with SQLITE_DIRECTONLY: views, triggers and checks may run any other
+  /// (https://www.sqlite.org/c3ref/c_deterministic.html).
   sqlite3* handle() const noexcept;
 
  private:
