@@ -112,7 +112,19 @@ TEST(HostileFilesTest, AFileOfTheWrongKindIsRefusedAndChangesNothing) {
   }
 }
 
-TEST(HostileFilesTest, WhatAStrangerPutIntoTheSchemaRunsNoUntrustedFunction) {
+TEST(HostileFilesTest, TheSchemaRunsSqlitesFunctionsAndNoneMeantForDirectUse) {
+  const LogCapture quiet;
+  TempDirectory with_another_component;
+  make_file(Operation::File::Index, with_another_component.path());
+  Connection component(index_in(with_another_component.path()));
+  for (const char* sql :
+       {"CREATE TABLE pages (x CHECK (json_valid(x)), y AS (json_extract(x, '$.y')))",
+        "CREATE INDEX by_z ON pages (json_extract(x, '$.z'))",
+        "CREATE VIRTUAL TABLE words USING fts5(w)",
+        "CREATE TRIGGER t AFTER UPDATE ON files BEGIN INSERT INTO words VALUES (new.path); END"})
+    component.execute(sql);
+  EXPECT_EQ(run_everything(index_in(with_another_component.path())), 0);
+
   for (const char* planted : {"CREATE VIEW v AS SELECT planted() AS value",
                               "CREATE TRIGGER t AFTER UPDATE ON files BEGIN SELECT planted(); END",
                               "CREATE TABLE d (value DEFAULT (planted()))"}) {
@@ -125,8 +137,8 @@ TEST(HostileFilesTest, WhatAStrangerPutIntoTheSchemaRunsNoUntrustedFunction) {
     const auto count = [](sqlite3_context* context, int, sqlite3_value**) {
       ++*static_cast<int*>(sqlite3_user_data(context));
     };
-    sqlite3_create_function(db.connection()->handle(), "planted", 0, SQLITE_UTF8, &calls, count,
-                            nullptr, nullptr);
+    sqlite3_create_function(db.connection()->handle(), "planted", 0,
+                            SQLITE_UTF8 | SQLITE_DIRECTONLY, &calls, count, nullptr, nullptr);
     for (const char* sql : {planted, "SELECT value FROM v", "UPDATE files SET size = 1",
                             "INSERT INTO d DEFAULT VALUES"})
       outcome_of([&] { db.execute(sql); });

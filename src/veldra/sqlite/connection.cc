@@ -53,7 +53,6 @@ Connection::Connection(const std::filesystem::path& path, Mode mode)
     }
     sqlite3_extended_result_codes(db, 1);
     sqlite3_busy_timeout(db, static_cast<int>(BUSY_TIMEOUT.count()));
-    sqlite3_db_config(db, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
   } catch (...) {
     _state->close();
     throw;

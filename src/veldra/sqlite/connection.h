@@ -24,9 +24,8 @@ VELDRA_EXPORT std::string plain_file_name(const std::filesystem::path& path);
 
 /// One open SQLite connection, in autocommit: it never begins a transaction by itself.
 ///
-/// Values come back in their own storage class, a statement that finds the file locked tries again
-/// for `BUSY_TIMEOUT`, and functions that the schema names run only when they are registered as
-/// harmless (https://www.sqlite.org/src/doc/latest/doc/trusted-schema.md).
+/// Values come back in their own storage class, and a statement that finds the file locked tries
+/// again for `BUSY_TIMEOUT`.
 ///
 /// Thread safety: any member, from any thread: one mutex per connection is held for each call of
 /// the connection and of its cursors, so SQLite's message and its count of changes belong to the

@@ -79,7 +79,7 @@ void ConnectionState::bind(Statement* statement, const Params& params, Binding b
 }
 
 bool ConnectionState::step(Statement& statement) {
-  const int code = statement.step();
+  const int code = sqlite3_step(statement.get());
   if (code == SQLITE_ROW) return true;
   if (code != SQLITE_DONE) fail(code);
   return false;

@@ -28,27 +28,6 @@ bool begins_with_change(std::string_view sql) {
   return std::ranges::any_of(WORDS, [&](std::string_view word) { return is_word(sql, word); });
 }
 
-/// Trusts the schema for a scope. Connections do not, but SQLite before 3.42 does not count
-/// full-text tables as harmless, and so refuses the statements whose trigger writes to one.
-class TrustedSchema {
- public:
-  explicit TrustedSchema(sqlite3* db) : _db(db) { _set(1); }
-  TrustedSchema(const TrustedSchema&) = delete;
-  TrustedSchema& operator=(const TrustedSchema&) = delete;
-  ~TrustedSchema() { _set(0); }
-
- private:
-  void _set(int trusted) {
-    sqlite3_db_config(_db, SQLITE_DBCONFIG_TRUSTED_SCHEMA, trusted, nullptr);
-  }
-
-  sqlite3* _db;
-};
-
-bool is_refused_table(sqlite3* db) {
-  return std::string_view(sqlite3_errmsg(db)).starts_with("unsafe use of virtual table");
-}
-
 }  // namespace
 
 std::string_view skip_blank_sql(std::string_view sql) noexcept {
@@ -77,17 +56,8 @@ std::unique_ptr<Statement> Statement::prepare(sqlite3* db, std::string_view sql)
   if (sql.empty()) return nullptr;  // it may have no address
   sqlite3_stmt* raw = nullptr;
   const char* tail = nullptr;
-  const auto compile = [&] {
-    return sqlite3_prepare_v3(db, sql.data(), static_cast<int>(sql.size()),
-                              SQLITE_PREPARE_PERSISTENT, &raw, &tail);
-  };
-  int code = compile();
-  bool trusts_schema = false;
-  if (code == SQLITE_ERROR && is_refused_table(db)) {
-    const TrustedSchema trusted(db);
-    trusts_schema = true;
-    code = compile();
-  }
+  const int code = sqlite3_prepare_v3(db, sql.data(), static_cast<int>(sql.size()),
+                                      SQLITE_PREPARE_PERSISTENT, &raw, &tail);
   if (code != SQLITE_OK) throw_error(code, sqlite3_errmsg(db));
   if (raw == nullptr) return nullptr;  // nothing but what SQLite skips
   struct FinalizeOnError {
@@ -98,34 +68,22 @@ std::unique_ptr<Statement> Statement::prepare(sqlite3* db, std::string_view sql)
   if (!skip_blank_sql(sql.substr(used)).empty()) {
     throw ProgrammingError("the SQL text holds more than one statement: run them one by one");
   }
-  std::unique_ptr<Statement> statement(new Statement(raw, sql, trusts_schema));
+  std::unique_ptr<Statement> statement(new Statement(raw, sql));
   on_error.statement = nullptr;
   return statement;
 }
 
-Statement::Statement(sqlite3_stmt* statement, std::string_view sql, bool trusts_schema)
+Statement::Statement(sqlite3_stmt* statement, std::string_view sql)
     : _statement(statement),
       _sql(sql),
       _parameters(sqlite3_bind_parameter_count(statement)),
       _only_reads(sqlite3_stmt_readonly(statement) != 0),
       _counts_changes(!_only_reads && begins_with_change(skip_blank_sql(sql))),
-      _reusable(!is_word(skip_blank_sql(sql), "PRAGMA") || equal_ignoring_case(sql, POLLED_PRAGMA)),
-      _trusts_schema(trusts_schema) {}
+      _reusable(!is_word(skip_blank_sql(sql), "PRAGMA") ||
+                equal_ignoring_case(sql, POLLED_PRAGMA)) {}
 
 Statement::~Statement() {
   finalize();
-}
-
-int Statement::step() noexcept {
-  // SQLite prepares it again by itself, in here, when the schema has changed.
-  if (!_trusts_schema) {
-    const int code = sqlite3_step(_statement);
-    if (code != SQLITE_ERROR || !is_refused_table(sqlite3_db_handle(_statement))) return code;
-    sqlite3_reset(_statement);
-    _trusts_schema = true;
-  }
-  const TrustedSchema trusted(sqlite3_db_handle(_statement));
-  return sqlite3_step(_statement);
 }
 
 const std::shared_ptr<const ColumnNames>& Statement::column_names() {

@@ -28,9 +28,6 @@ class Statement {
   std::string_view sql() const noexcept { return _sql; }
   int parameters() const noexcept { return _parameters; }
 
-  /// One step; returns SQLite's code.
-  int step() noexcept;
-
   /// True when SQLite says that it writes nothing itself
   /// (https://www.sqlite.org/c3ref/stmt_readonly.html).
   bool only_reads() const noexcept { return _only_reads; }
@@ -53,7 +50,7 @@ class Statement {
   void finalize() noexcept;
 
  private:
-  Statement(sqlite3_stmt* statement, std::string_view sql, bool trusts_schema);
+  Statement(sqlite3_stmt* statement, std::string_view sql);
 
   sqlite3_stmt* _statement;
   std::string _sql;
@@ -61,7 +58,6 @@ class Statement {
   bool _only_reads;
   bool _counts_changes;
   bool _reusable;
-  bool _trusts_schema;  // see TrustedSchema
   std::shared_ptr<const ColumnNames> _names;
   int _names_of_preparation = -1;  // how often SQLite had prepared it again when `_names` were read
 };
