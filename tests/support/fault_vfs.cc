@@ -84,11 +84,28 @@ struct FaultVfsCalls {
     if (failure == SQLITE_OK) active.load()->_change(SystemCall::Sync, file(raw).path);
     return failure;  // no real sync: what a loss of power takes is decided here
   }
+  static void call_once(std::function<void()>& then) {
+    if (then) std::exchange(then, nullptr)();
+  }
   static int lock_shared(sqlite3_file* raw, int offset, int count, int flags) {
     constexpr auto METHOD = &sqlite3_io_methods::xShmLock;
+    constexpr int CHECKPOINT = 1;  // https://www.sqlite.org/walformat.html#wal_locks
+    if (offset == CHECKPOINT && count == 1 && flags == (SQLITE_SHM_LOCK | SQLITE_SHM_EXCLUSIVE))
+      call_once(active.load()->_before_checkpoint);
     // SQLite does not look at the outcome of an unlock.
     if ((flags & SQLITE_SHM_UNLOCK) != 0) return forward<METHOD>(raw, offset, count, flags);
     return forward_or_fail<SystemCall::LockShared, METHOD>(raw, offset, count, flags);
+  }
+
+  /// Nothing is mapped: it would pass by `xRead`.
+  static int fetch(sqlite3_file*, sqlite3_int64, int, void** mapped) {
+    *mapped = nullptr;
+    return SQLITE_OK;
+  }
+  /// Without a mapping SQLite calls this between reading a changed header of the log and using it.
+  static int unfetch(sqlite3_file*, sqlite3_int64, void*) {
+    call_once(active.load()->_after_log_header);
+    return SQLITE_OK;
   }
 
   static const sqlite3_io_methods METHODS;
@@ -112,9 +129,8 @@ struct FaultVfsCalls {
   }
 };
 
-// Version 2: without the methods that map the database file, which would pass by `xRead`.
 const sqlite3_io_methods FaultVfsCalls::METHODS = {
-    2,
+    3,
     close,
     forward_or_fail<SystemCall::Read, &sqlite3_io_methods::xRead>,
     write,
@@ -131,8 +147,8 @@ const sqlite3_io_methods FaultVfsCalls::METHODS = {
     lock_shared,
     forward<&sqlite3_io_methods::xShmBarrier>,
     forward<&sqlite3_io_methods::xShmUnmap>,
-    nullptr,
-    nullptr};
+    fetch,
+    unfetch};
 
 namespace {
 [[maybe_unused]] const int installed = FaultVfsCalls::install_allocator();

@@ -56,6 +56,12 @@ class FaultVfs {
   /// The file on which something was first made to fail since `fail_nth` or `leave_room`, or "".
   std::string injected() const;
 
+  /// Calls `then` once: before a checkpoint next asks for its lock, or when it has read the log's
+  /// header, found it changed and not used it yet. `then` must not use the connection that runs the
+  /// checkpoint.
+  void before_checkpoint(std::function<void()> then) { _before_checkpoint = std::move(then); }
+  void after_log_header(std::function<void()> then) { _after_log_header = std::move(then); }
+
   /// How many files SQLite has open through it.
   int open_files() const { return _open_files; }
 
@@ -90,6 +96,8 @@ class FaultVfs {
   sqlite3_vfs _shim;
   std::atomic<int> _open_files = 0;
   std::function<void()> _before_change;
+  std::function<void()> _before_checkpoint;
+  std::function<void()> _after_log_header;
 
   mutable std::mutex _mutex;  // guards the rest; not held while `_before_change` runs
   std::optional<Fault> _fault;

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "veldra/errors.h"
+#include "veldra/sqlite/checkpoint.h"
 #include "veldra/sqlite/connection_state.h"
 #include "veldra/sqlite/query.h"
 
@@ -53,6 +54,7 @@ Connection::Connection(const std::filesystem::path& path, Mode mode)
     }
     sqlite3_extended_result_codes(db, 1);
     sqlite3_busy_timeout(db, static_cast<int>(BUSY_TIMEOUT.count()));
+    if (mode == Mode::ReadWrite) checkpoint_guarded_after_commits(db);
   } catch (...) {
     _state->close();
     throw;

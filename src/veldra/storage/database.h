@@ -27,6 +27,7 @@
 
 namespace veldra {
 
+class IndexFile;
 class ReaderPool;
 struct _Space;
 enum class LogLevel : std::uint8_t;
@@ -238,6 +239,9 @@ class VELDRA_EXPORT Database {
 
   // Lifecycle
   std::shared_ptr<ReaderPool> _open_readers(std::string_view journal_mode);
+  /// For a write, or in place of a reader: outside a transaction only while its file is in place.
+  /// Caller holds _lock.
+  std::shared_ptr<Connection> _writer_in_place() const;
 
   // Transactions and writes. Caller holds _lock.
   void _nested_scope(const std::function<void(Cursor&)>& body);
@@ -246,7 +250,7 @@ class VELDRA_EXPORT Database {
   // Queries
   template <typename Fetch>
   auto _query(std::string_view sql, Fetch&& fetch);
-  std::shared_ptr<ReaderPool> _readers_for(std::string_view sql) const;
+  std::shared_ptr<ReaderPool> _readers_to_ask() const;  // none: the writer has to answer
   std::int64_t _count(std::string_view sql);
 
   // Schema
@@ -267,11 +271,13 @@ class VELDRA_EXPORT Database {
   Compaction _skip_compaction(std::string_view kind, std::string_view reason, LogLevel level,
                               bool exc_info);
   std::int64_t _release_free_pages();
-  void _shrink_file(Connection& connection);  // caller holds _lock
+  bool _shrink_file(Connection& connection);  // false: later. Caller holds _lock
+  void _note_later_shrinking() const;
   Compaction _convert_to_incremental(const _Space& space);
   static void _vacuum(Connection& connection);  // caller holds _lock
 
   SharedSlot<Connection> _connection;  // the writer; changed by connect and close
+  SharedSlot<const IndexFile> _file;   // the writer's; changed with it
   FairMutex _lock;                     // orders every use of the writer connection
   int _tx_depth = 0;                   // open scopes; guarded by _lock
   std::atomic<bool> _closed = false;

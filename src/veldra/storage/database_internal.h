@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sqlite3.h>
+
 #include <array>
 #include <chrono>
 #include <cstdint>
@@ -24,6 +26,11 @@ inline constexpr const char* _READERS_ENV = "VELDRA_DB_READERS";
 inline constexpr int _DEFAULT_READERS = 6;
 inline constexpr int _MAX_READERS = 32;
 
+/// What the log is cut back to, in bytes, when it starts anew after a large transaction. A log of
+/// that size holds what is written between two checkpoints, so it is not made anew each time
+/// (https://www.sqlite.org/pragma.html#pragma_journal_size_limit).
+inline constexpr std::int64_t _LOG_SIZE_LIMIT = 16 * _MIB;
+
 /// The directory that holds `db_path`: "." for a bare file name.
 std::filesystem::path _directory_of(const std::filesystem::path& db_path);
 
@@ -42,7 +49,8 @@ bool _reader_cannot_serve(const OperationalError& error);
 
 template <typename Fetch>
 auto Database::_query(std::string_view sql, Fetch&& fetch) {
-  if (const std::shared_ptr<ReaderPool> readers = _readers_for(sql)) {
+  bool may_write = !_is_read_statement(sql);
+  if (const std::shared_ptr<ReaderPool> readers = may_write ? nullptr : _readers_to_ask()) {
     try {
       const ReaderPool::Lease reader = readers->lease();
       return fetch(*reader);
@@ -50,10 +58,11 @@ auto Database::_query(std::string_view sql, Fetch&& fetch) {
       // The writer connection serves it, below.
     } catch (const OperationalError& error) {
       if (!_reader_cannot_serve(error)) throw;
+      may_write = error.code() == SQLITE_READONLY;  // a WITH that writes
     }
   }
   const std::lock_guard guard(_lock);
-  return fetch(*connection());
+  return fetch(may_write ? *_writer_in_place() : *connection());
 }
 
 // Generation and stamp  (database/generation.cc) -------------------------------------------------
@@ -75,6 +84,7 @@ bool _empty_code_chunks(Cursor& cursor);
 /// SQLite's own numbering of the auto-vacuum modes
 /// (https://www.sqlite.org/pragma.html#pragma_auto_vacuum).
 inline constexpr std::int64_t _AUTO_VACUUM_NONE = 0;
+inline constexpr std::int64_t _AUTO_VACUUM_FULL = 1;
 inline constexpr std::int64_t _AUTO_VACUUM_INCREMENTAL = 2;
 
 /// How much of a database file is in use.

@@ -24,6 +24,11 @@ bool try_execute(Cursor& cursor, std::string_view sql) {
   }
 }
 
+/// Takes the write lock and changes nothing; false when there is no `schema_info`.
+bool touch_schema_info(Cursor& cursor) {
+  return try_execute(cursor, "DELETE FROM schema_info WHERE 0");
+}
+
 }  // namespace
 
 std::optional<std::string> stored_text(const ValueView& value) {
@@ -44,10 +49,9 @@ std::optional<std::string> stored_text(const ValueView& value) {
 }
 
 void take_write_lock(Cursor& cursor) {
-  static constexpr std::string_view touch = "DELETE FROM schema_info WHERE 0";
-  if (try_execute(cursor, touch)) return;
+  if (touch_schema_info(cursor)) return;
   // Making the missing table takes the lock as well, unless another process was faster.
-  if (!try_execute(cursor, SCHEMA_INFO_DDL)) cursor.execute(touch);
+  if (!try_execute(cursor, SCHEMA_INFO_DDL)) touch_schema_info(cursor);
 }
 
 void look_then_write(const TransactionOpener& open_transaction,
@@ -57,7 +61,12 @@ void look_then_write(const TransactionOpener& open_transaction,
   } catch (const OperationalError& error) {
     if (primary_code(error) != SQLITE_BUSY) throw;
     open_transaction([&](Cursor& cursor) {
-      take_write_lock(cursor);
+      if (!touch_schema_info(cursor)) {
+        // Takes the lock as well, and leaves nothing by which `body` could take a new file for an
+        // old one.
+        cursor.execute("CREATE TABLE taking_the_write_lock (i)");
+        cursor.execute("DROP TABLE taking_the_write_lock");
+      }
       body(cursor);
     });
   }

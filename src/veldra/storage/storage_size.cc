@@ -3,11 +3,14 @@
 
 #include <sqlite3.h>
 
+#include <chrono>
 #include <string_view>
 
 #include "veldra/errors.h"
-#include "veldra/logging.h"
+#include "veldra/sqlite/checkpoint.h"
+#include "veldra/sqlite/pragma.h"
 #include "veldra/sqlite/row.h"
+#include "veldra/storage/journal_mode.h"
 #include "veldra/storage/schema_info.h"
 #include "veldra/utils/ascii.h"
 
@@ -15,8 +18,6 @@ namespace veldra {
 
 namespace {
 
-// Nobody is kept waiting for a file that others use: the next open tries again.
-constexpr std::string_view SHORT_BUSY_TIMEOUT_MS = "250";
 constexpr std::string_view FILE_IN_USE = "another connection has the file open";
 
 /// One rewrite: the connection and the statement it is at, for the record of a failure.
@@ -42,7 +43,7 @@ class PageRewrite {
   std::optional<std::string> return_to_wal() {
     std::string why;
     try {
-      const std::string mode = lower_case(_value("PRAGMA journal_mode=WAL"));
+      const std::string mode = enter_wal_mode(_connection);
       if (mode == "wal") {
         return std::nullopt;
       }
@@ -58,8 +59,8 @@ class PageRewrite {
   bool _leave_wal() {
     // Leaving WAL mode deletes the log. With nothing left in it, a failure to delete it is
     // harmless: a stale log would be replayed over the new pages.
-    return _value("PRAGMA wal_checkpoint(TRUNCATE)") == "0" &&
-           lower_case(_value("PRAGMA journal_mode=DELETE")) == "delete";
+    _statement = "PRAGMA wal_checkpoint(TRUNCATE)";
+    return empty_log(_connection) && lower_case(_value("PRAGMA journal_mode=DELETE")) == "delete";
   }
 
   std::optional<std::string> _vacuum() {
@@ -84,34 +85,6 @@ class PageRewrite {
   std::string _statement;
 };
 
-/// Gives a pragma another value for as long as it lives.
-class PragmaScope {
- public:
-  PragmaScope(Connection& connection, std::string_view pragma, std::string_view value)
-      : _connection(connection), _set(std::string("PRAGMA ").append(pragma).append("=")) {
-    const std::optional<Row> row =
-        connection.execute(std::string("PRAGMA ").append(pragma)).fetchone();
-    _before = row.value()[0].as_integer();
-    _run(std::string(value));
-  }
-  PragmaScope(const PragmaScope&) = delete;
-  PragmaScope& operator=(const PragmaScope&) = delete;
-  ~PragmaScope() {
-    try {
-      _run(std::to_string(_before));
-    } catch (const std::exception&) {
-      // No memory for a statement that touches no file; the rewrite's own outcome counts.
-    }
-  }
-
- private:
-  void _run(const std::string& value) { _connection.execute(_set + value).fetchall(); }
-
-  Connection& _connection;
-  std::string _set;
-  std::int64_t _before = 0;
-};
-
 std::string left_undone(const std::filesystem::path& db_path,
                         const std::optional<std::string>& reason,
                         const std::optional<std::string>& journal) {
@@ -128,30 +101,31 @@ std::string left_undone(const std::filesystem::path& db_path,
 
 }  // namespace
 
-void rewrite_pages(Connection& connection, const std::filesystem::path& db_path,
-                   const std::optional<std::string>& why_not) {
+PageRewriteOutcome rewrite_pages(Connection& connection, const std::filesystem::path& db_path,
+                                 const std::optional<std::string>& why_not) {
+  PageRewriteOutcome outcome;
   std::optional<std::string> reason = why_not;
   std::optional<std::string> journal;
   if (!reason) {
-    const PragmaScope patience(connection, "busy_timeout", SHORT_BUSY_TIMEOUT_MS);
+    // Nobody is kept waiting for a file that others use: the next open tries again.
+    const ScopedBusyTimeout short_patience(connection, std::chrono::milliseconds(250));
     // In rollback mode NORMAL could lose the file with the power
     // (https://www.sqlite.org/pragma.html#pragma_synchronous).
-    const PragmaScope durable(connection, "synchronous", "FULL");
+    const ScopedPragma durable(connection, "synchronous", "FULL");
     PageRewrite rewrite(connection);
     try {
       reason = rewrite.run();
-    } catch (const std::exception& error) {
-      const std::string statement = rewrite.statement();
-      journal = rewrite.return_to_wal();
-      log_line(LogUnit::StorageSize, LogLevel::Warning,
-               left_undone(db_path, "a statement failed", journal), error, statement);
-      throw;
+    } catch (const std::exception&) {
+      outcome.failure = std::current_exception();
+      outcome.statement = rewrite.statement();
+      reason = "a statement failed";
     }
     journal = rewrite.return_to_wal();
   }
   if (reason || journal) {
-    log_line(LogUnit::StorageSize, LogLevel::Warning, left_undone(db_path, reason, journal));
+    outcome.left_undone = left_undone(db_path, reason, journal);
   }
+  return outcome;
 }
 
 }  // namespace veldra

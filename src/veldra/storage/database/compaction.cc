@@ -7,8 +7,11 @@
 #include <utility>
 
 #include "veldra/platform/disk.h"
+#include "veldra/sqlite/checkpoint.h"
+#include "veldra/sqlite/pragma.h"
 #include "veldra/storage/database.h"
 #include "veldra/storage/database_internal.h"
+#include "veldra/storage/index_file.h"
 
 namespace veldra {
 namespace {
@@ -20,7 +23,7 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds CHECKPOINT_PATIENCE{100};
 
 std::int64_t free_pages(Connection& connection) {
-  return (*connection.execute("PRAGMA freelist_count").fetchone())[0].as_integer();
+  return pragma_value(connection, "freelist_count");
 }
 
 }  // namespace
@@ -41,27 +44,38 @@ Compaction Database::_compact() {
   if (_on_event_loop())
     return _skip_compaction("loop", "called on the event loop: a pool thread compacts");
   _Space space{};
+  std::shared_ptr<const IndexFile> file;
+  bool is_open = false;
+  bool in_transaction = false;
   {
     const std::lock_guard guard(_lock);
     const std::shared_ptr<Connection> writer = _connection.load();
-    if (!writer) return _skip_compaction("closed", "the database is closed");
-    if (_tx_depth > 0) return _skip_compaction("transaction", "called inside a transaction");
-    space = _space(*writer);
+    is_open = writer != nullptr;
+    in_transaction = _tx_depth > 0;
+    if (is_open && !in_transaction) {
+      space = _space(*writer);
+      file = _file.load();
+    }
   }
+  if (!is_open) return _skip_compaction("closed", "the database is closed");
+  if (in_transaction) return _skip_compaction("transaction", "called inside a transaction");
   const double share = static_cast<double>(space.pages) * COMPACT_MIN_FREE_RATIO;
   if (space.free < COMPACT_MIN_FREE_PAGES || static_cast<double>(space.free) < share) return {};
   if (space.mode == _AUTO_VACUUM_NONE) return _convert_to_incremental(space);
 
   const Clock::time_point started = Clock::now();
-  const std::int64_t size_before = disk().file_size(db_path);
+  const std::int64_t size_before = disk().file_size(file->path());
   const std::int64_t released = _release_free_pages();
+  bool shrunk = true;
   {
     const std::lock_guard guard(_lock);
-    if (const std::shared_ptr<Connection> writer = _connection.load()) _shrink_file(*writer);
+    if (const std::shared_ptr<Connection> writer = _connection.load())
+      shrunk = _shrink_file(*writer);
   }
+  if (!shrunk) _note_later_shrinking();
   log_line(LogUnit::Database, LogLevel::Info,
            "Compacted " + db_path.string() + ": " +
-               _describe_shrinking(released, size_before, disk().file_size(db_path),
+               _describe_shrinking(released, size_before, disk().file_size(file->path()),
                                    Clock::now() - started));
   return {.converted = false, .pages_released = released, .skipped = {}};
 }
@@ -84,20 +98,13 @@ std::int64_t Database::_release_free_pages() {
   }
 }
 
-void Database::_shrink_file(Connection& connection) {
+bool Database::_shrink_file(Connection& connection) {
   assert(_lock.held_by_this_thread());
-  struct ShortPatience {
-    Connection& connection;
-    explicit ShortPatience(Connection& on) : connection(on) {
-      connection.set_busy_timeout(CHECKPOINT_PATIENCE);
-    }
-    ShortPatience(const ShortPatience&) = delete;
-    ShortPatience& operator=(const ShortPatience&) = delete;
-    ~ShortPatience() { connection.set_busy_timeout(Connection::BUSY_TIMEOUT); }
-  } const short_patience(connection);
-  const std::optional<Row> row = connection.execute("PRAGMA wal_checkpoint(TRUNCATE)").fetchone();
-  const bool busy = row && (*row)[0].as_integer() != 0;
-  if (!busy) return;
+  const ScopedBusyTimeout short_patience(connection, CHECKPOINT_PATIENCE);
+  return empty_log(connection);
+}
+
+void Database::_note_later_shrinking() const {
   log_line(
       LogUnit::Database, LogLevel::Info,
       "Compaction of " + db_path.string() +

@@ -6,6 +6,7 @@
 #include "veldra/platform/disk.h"
 #include "veldra/storage/database.h"
 #include "veldra/storage/database_internal.h"
+#include "veldra/storage/index_file.h"
 
 namespace veldra {
 
@@ -27,21 +28,25 @@ Compaction Database::_convert_to_incremental(const _Space& space) {
     return _skip_compaction(
         "readers", "no read connections: a query would wait for the lock the conversion holds");
   }
-  if (const auto shortfall = _disk_shortfall(_directory_of(db_path), used)) {
+  const std::shared_ptr<const IndexFile> file = _file.load();
+  if (!file) return _skip_compaction("closed", "the database is closed");
+  if (const auto shortfall = _disk_shortfall(file->path().parent_path(), used)) {
     return _skip_compaction("disk", *shortfall);
   }
   const Clock::time_point started = Clock::now();
-  const std::int64_t size_before = disk().file_size(db_path);
+  const std::int64_t size_before = disk().file_size(file->path());
   _Space after{};
+  std::optional<bool> shrunk;  // none: closed meanwhile
   try {
     const std::lock_guard guard(_lock);
     const std::shared_ptr<Connection> writer = _connection.load();
-    if (!writer) return _skip_compaction("closed", "the database is closed");
-    if (_space(*writer).mode != _AUTO_VACUUM_NONE)
+    if (writer && _space(*writer).mode == _AUTO_VACUUM_NONE) {
+      _vacuum(*writer);
+      shrunk = _shrink_file(*writer);
+      after = _space(*writer);
+    } else if (writer) {
       return {};  // another compaction converted it meanwhile
-    _vacuum(*writer);
-    _shrink_file(*writer);
-    after = _space(*writer);
+    }
   } catch (const Error&) {
     _conversion_failed = true;
     throw;
@@ -49,6 +54,8 @@ Compaction Database::_convert_to_incremental(const _Space& space) {
     _conversion_failed = true;
     throw;
   }
+  if (!shrunk) return _skip_compaction("closed", "the database is closed");
+  if (!*shrunk) _note_later_shrinking();
   if (after.mode != _AUTO_VACUUM_INCREMENTAL) {
     _conversion_failed = true;
     return _skip_compaction("failed",
@@ -57,7 +64,7 @@ Compaction Database::_convert_to_incremental(const _Space& space) {
   const std::int64_t released = space.pages - after.pages;
   log_line(LogUnit::Database, LogLevel::Info,
            "Converted " + db_path.string() + " to incremental auto-vacuum: " +
-               _describe_shrinking(released, size_before, disk().file_size(db_path),
+               _describe_shrinking(released, size_before, disk().file_size(file->path()),
                                    Clock::now() - started));
   return {.converted = true, .pages_released = released, .skipped = {}};
 }

@@ -6,6 +6,7 @@
 
 #include "veldra/storage/database.h"
 #include "veldra/storage/database_internal.h"
+#include "veldra/storage/index_file.h"
 #include "veldra/storage/migrations.h"
 #include "veldra/utils/flat_json.h"
 
@@ -34,9 +35,15 @@ std::string joined(const std::vector<std::string>& names) {
   return text;
 }
 
+void warn_of_unknown_format(std::string_view stamp) {
+  log_line(LogUnit::Database, LogLevel::Warning,
+           "Extractor stamp " + quoted(stamp) + " has an unknown format; treating it as absent");
+}
+
 }  // namespace
 
 std::int64_t Database::index_generation() {
+  if (const std::shared_ptr<const IndexFile> file = _file.load()) file->require_in_place();
   const std::optional<Row> row = fetchone("PRAGMA user_version");
   return row ? (*row)[0].as_integer() : 0;
 }
@@ -53,36 +60,37 @@ void Database::_bump_index_generation(Cursor* cursor) {
 
 std::int64_t Database::refresh_extractor_stamp(const ExtractorVersions& versions) {
   const ExtractorVersions current = versions;
-  std::optional<std::string> raw;
-  ExtractorVersions stored;
-  std::vector<std::string> changed;
+  // The lines are logged after the transaction: a sink may wait for a thread that writes.
+  std::optional<std::string> unknown;  // a stamp without a known format
+  std::string marked_line;
   std::int64_t marked = 0;
   look_then_write(
       [this](const auto& body) { transaction(body); },
       [&](Cursor& cursor) {
         cursor.execute("SELECT value FROM schema_info WHERE key = ?", {EXTRACTOR_VERSIONS_KEY});
         const std::optional<Row> row = cursor.fetchone();
-        std::optional<std::string> read = row ? stored_text((*row)[0]) : std::nullopt;
-        if (read != raw) {  // so that a second look at the same stamp does not warn again
-          stored = _parse_extractor_stamp(read).value_or(ExtractorVersions());
-          raw = std::move(read);
-        }
+        const std::optional<std::string> raw = row ? stored_text((*row)[0]) : std::nullopt;
+        const std::optional<ExtractorVersions> known = raw ? parse_flat_json(*raw) : std::nullopt;
+        unknown = known ? std::nullopt : raw;
+        const ExtractorVersions stored = known.value_or(ExtractorVersions());
         marked = 0;
-        changed.clear();
         if (stored == current) {
           return;
         }
-        changed = changed_languages(current, stored);
+        const std::vector<std::string> changed = changed_languages(current, stored);
         if (!changed.empty()) {
           marked = mark_files_stale(cursor, changed);
         }
+        marked_line = "Extractor changed for " + joined(changed) + ": " + std::to_string(marked) +
+                      " files marked for re-indexing";
         cursor.execute("INSERT OR REPLACE INTO schema_info (key, value) VALUES (?, ?)",
                        {EXTRACTOR_VERSIONS_KEY, format_flat_json(current)});
       });
+  if (unknown) {
+    warn_of_unknown_format(*unknown);
+  }
   if (marked != 0) {
-    log_line(LogUnit::Database, LogLevel::Info,
-             "Extractor changed for " + joined(changed) + ": " + std::to_string(marked) +
-                 " files marked for re-indexing");
+    log_line(LogUnit::Database, LogLevel::Info, marked_line);
   }
   return marked;
 }
@@ -93,8 +101,7 @@ std::optional<ExtractorVersions> _parse_extractor_stamp(std::optional<std::strin
   }
   std::optional<ExtractorVersions> stamp = parse_flat_json(*raw);
   if (!stamp) {
-    log_line(LogUnit::Database, LogLevel::Warning,
-             "Extractor stamp " + quoted(*raw) + " has an unknown format; treating it as absent");
+    warn_of_unknown_format(*raw);
   }
   return stamp;
 }

@@ -1,14 +1,14 @@
 // Opening and closing: the writer connection, the pool of readers, how many of them.
-#include <sqlite3.h>
-
 #include <algorithm>
-#include <chrono>
+#include <cassert>
 #include <cstdlib>
-#include <thread>
 #include <utility>
 
+#include "veldra/sqlite/pragma.h"
 #include "veldra/storage/database.h"
 #include "veldra/storage/database_internal.h"
+#include "veldra/storage/index_file.h"
+#include "veldra/storage/journal_mode.h"
 #include "veldra/storage/storage_size.h"
 #include "veldra/utils/ascii.h"
 #include "veldra/utils/path_filter.h"
@@ -36,20 +36,13 @@ std::optional<std::string> digits_of(std::string_view text) {
   return digits;
 }
 
-/// The row with the journal mode that the file ended up in. Programs that open a new file at the
-/// same moment make this fail at once, busy timeout or not: SQLite does not wait with a lock it
-/// would have to raise (https://www.sqlite.org/c3ref/busy_handler.html).
-std::optional<Row> enter_wal_mode(Connection& writer) {
-  const auto deadline = std::chrono::steady_clock::now() + Connection::BUSY_TIMEOUT;
-  while (true) {
-    try {
-      return writer.execute("PRAGMA journal_mode=WAL").fetchone();
-    } catch (const OperationalError& error) {
-      const bool busy = (error.code() & 0xff) == SQLITE_BUSY;
-      if (!busy || std::chrono::steady_clock::now() > deadline) throw;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));
-  }
+/// Incremental auto-vacuum for a file that has no page yet, and for one in full mode. On any other
+/// the pragma would change nothing, and yet take the write lock and commit: nobody could open the
+/// file while somebody writes, and every open would void the page caches of all.
+void ask_for_incremental_auto_vacuum(Connection& writer) {
+  if (pragma_value(writer, "page_count") == 0 ||
+      pragma_value(writer, "auto_vacuum") == _AUTO_VACUUM_FULL)
+    writer.execute("PRAGMA auto_vacuum=INCREMENTAL");
 }
 
 }  // namespace
@@ -77,40 +70,58 @@ void Database::connect() {
   _closed = false;
 
   const auto writer = std::make_shared<Connection>(db_path);
+  _file.store(std::make_shared<IndexFile>(*writer, db_path));
   _connection.store(writer);
   // The page size first: SQLite ignores it once the file is in WAL mode. Auto-vacuum before the
   // first table.
   writer->execute("PRAGMA page_size=" + std::to_string(PAGE_SIZE));
-  writer->execute("PRAGMA auto_vacuum=INCREMENTAL");
-  const std::optional<Row> mode = enter_wal_mode(*writer);
+  ask_for_incremental_auto_vacuum(*writer);
+  const std::string journal_mode = enter_wal_mode(*writer);
   writer->execute("PRAGMA foreign_keys=ON");
   writer->execute("PRAGMA synchronous=NORMAL");
+  writer->execute("PRAGMA journal_size_limit=" + std::to_string(_LOG_SIZE_LIMIT));
   register_path_functions(*writer);
-  _readers.store(_open_readers(mode ? lower_case((*mode)[0].as_text()) : ""));
+  _readers.store(_open_readers(journal_mode));
 }
 
 std::shared_ptr<ReaderPool> Database::_open_readers(std::string_view journal_mode) {
   const int count = reader_count();
   // Only in WAL mode do readers not wait for a write; a database in memory cannot be opened twice.
   if (count == 0 || journal_mode != "wal") return nullptr;
-  return std::make_shared<ReaderPool>(db_path, count, register_path_functions);
+  const std::shared_ptr<const IndexFile> file = _file.load();
+  return std::make_shared<ReaderPool>(file->path(), count, [file](Connection& reader) {
+    file->require_in_place();
+    register_path_functions(reader);
+  });
 }
 
 void Database::close() {
-  // Without the lock, so that writers need not wait for the queries that are running.
-  if (const std::shared_ptr<ReaderPool> readers = _readers.load()) readers->close();
-  const std::lock_guard guard(_lock);
-  const std::shared_ptr<Connection> writer = _connection.load();
-  if (!writer) return;
-  writer->close();
-  _connection.store(nullptr);
-  _closed = true;
+  while (true) {
+    const std::shared_ptr<ReaderPool> readers = _readers.load();
+    // Without the lock, so that writers need not wait for the queries that are running.
+    if (readers) readers->close();
+    const std::lock_guard guard(_lock);
+    if (_readers.load() != readers) continue;  // a page rewrite has opened another
+    const std::shared_ptr<Connection> writer = _connection.load();
+    if (!writer) return;
+    writer->close();
+    _connection.store(nullptr);
+    _file.store(nullptr);
+    _closed = true;
+    return;
+  }
 }
 
 std::shared_ptr<Connection> Database::connection() const {
   if (std::shared_ptr<Connection> writer = _connection.load()) return writer;
   throw RuntimeError(_closed ? "Database is closed."
                              : "Database not connected. Call connect() first.");
+}
+
+std::shared_ptr<Connection> Database::_writer_in_place() const {
+  std::shared_ptr<Connection> writer = connection();
+  if (_tx_depth == 0) _file.load()->require_in_place();
+  return writer;
 }
 
 std::filesystem::path _directory_of(const std::filesystem::path& db_path) {

@@ -15,12 +15,9 @@ std::vector<Row> Database::fetchall(std::string_view sql, const Params& params) 
   return _query(sql, [&](Connection& connection) { return connection.fetchall(sql, params); });
 }
 
-std::shared_ptr<ReaderPool> Database::_readers_for(std::string_view sql) const {
-  std::shared_ptr<ReaderPool> readers = _readers.load();
-  if (!readers) return nullptr;
+std::shared_ptr<ReaderPool> Database::_readers_to_ask() const {
   if (_tx_owner == std::this_thread::get_id()) return nullptr;  // it has to see its own writes
-  if (!_is_read_statement(sql)) return nullptr;
-  return readers;
+  return _readers.load();
 }
 
 std::int64_t Database::_count(std::string_view sql) {

@@ -6,6 +6,7 @@
 #include "veldra/storage/core_schema.h"
 #include "veldra/storage/database.h"
 #include "veldra/storage/database_internal.h"
+#include "veldra/storage/index_file.h"
 #include "veldra/storage/migrations.h"
 #include "veldra/storage/storage_size.h"
 #include "veldra/utils/ascii.h"
@@ -35,29 +36,37 @@ void Database::migrate_schema() {
 }
 
 void Database::_rewrite_pages() {
-  const std::lock_guard guard(_lock);
-  const std::shared_ptr<Connection> writer = connection();
-  const _Space space = _space(*writer);
-  if (space.page_size >= PAGE_SIZE) {
+  PageRewriteOutcome outcome;  // logged once the lock is free: a sink may wait for a writer
+  {
+    const std::lock_guard guard(_lock);
+    const std::shared_ptr<Connection> writer = _writer_in_place();
+    const _Space space = _space(*writer);
+    if (space.page_size >= PAGE_SIZE) {
+      return;
+    }
+    const std::optional<std::string> why_not =
+        _disk_shortfall(_file.load()->path().parent_path(), space.used_bytes());
+    // Leaving WAL mode needs the file alone. Queries that meet the closed pool go to the writer and
+    // wait for the lock.
+    if (const std::shared_ptr<ReaderPool> readers = _readers.exchange(nullptr)) {
+      readers->close();
+    }
+    outcome = rewrite_pages(*writer, db_path, why_not);
+    const std::optional<Row> mode = writer->fetchone("PRAGMA journal_mode");
+    _readers.store(_open_readers(mode ? lower_case(stored_text((*mode)[0]).value_or("")) : ""));
+  }
+  if (!outcome.failure) {
+    if (!outcome.left_undone.empty()) {
+      log_line(LogUnit::StorageSize, LogLevel::Warning, outcome.left_undone);
+    }
     return;
   }
-  const std::optional<std::string> why_not =
-      _disk_shortfall(_directory_of(db_path), space.used_bytes());
-  // Leaving WAL mode needs the file alone. Queries that meet the closed pool go to the writer and
-  // wait for the lock.
-  if (const std::shared_ptr<ReaderPool> readers = _readers.exchange(nullptr)) {
-    readers->close();
-  }
-  std::exception_ptr failure;
   try {
-    rewrite_pages(*writer, db_path, why_not);
-  } catch (...) {
-    failure = std::current_exception();
-  }
-  const std::optional<Row> mode = writer->execute("PRAGMA journal_mode").fetchone();
-  _readers.store(_open_readers(mode ? lower_case(stored_text((*mode)[0]).value_or("")) : ""));
-  if (failure) {
-    std::rethrow_exception(failure);
+    std::rethrow_exception(outcome.failure);
+  } catch (const std::exception& error) {
+    log_line(LogUnit::StorageSize, LogLevel::Warning, outcome.left_undone, error,
+             outcome.statement);
+    throw;
   }
 }
 

@@ -33,8 +33,8 @@ void Database::_nested_scope(const std::function<void(Cursor&)>& body) {
 
 void Database::_outermost_scope(const std::function<void(Cursor&)>& body) {
   assert(_lock.held_by_this_thread());
-  // Before anything is changed: it throws when the database is not open.
-  const std::shared_ptr<Connection> writer = connection();
+  // Before anything is changed: it throws when the database is not open, or its file is gone.
+  const std::shared_ptr<Connection> writer = _writer_in_place();
   Cursor cursor = writer->cursor();
   struct Ended {
     Database& db;
@@ -58,12 +58,12 @@ void Database::_outermost_scope(const std::function<void(Cursor&)>& body) {
 
 Cursor Database::execute(std::string_view sql, const Params& params) {
   const std::lock_guard guard(_lock);
-  return connection()->execute(sql, params);
+  return _writer_in_place()->execute(sql, params);
 }
 
 Cursor Database::executemany(std::string_view sql, const ParamsList& params_list) {
   const std::lock_guard guard(_lock);
-  return connection()->executemany(sql, params_list);
+  return _writer_in_place()->executemany(sql, params_list);
 }
 
 }  // namespace veldra
