@@ -3,6 +3,7 @@
 
 #include "support/database_test.h"
 #include "veldra/errors.h"
+#include "veldra/sqlite/held_statement.h"
 
 namespace veldra {
 namespace {
@@ -29,6 +30,39 @@ TEST(ConnectionTest, ClosingEndsEveryStatementAndTransactionWhoeverHoldsACursor)
   EXPECT_THROW(half_read.fetchone(), ProgrammingError) << "the connection itself is gone";
   Connection again(directory / "a.db");
   EXPECT_EQ(dump(again, "SELECT sum(i) FROM t"), "3") << "the open transaction was kept";
+}
+
+TEST(ConnectionTest, ARefusalNamesTheStatementThatIsHeld) {
+  const TempDirectory directory;
+  Connection connection(directory / "a.db");
+  Connection other(directory / "a.db");
+  connection.execute("PRAGMA journal_mode=WAL");
+  connection.execute("CREATE TABLE t AS SELECT 1 AS i UNION ALL SELECT 2");
+  connection.execute("ATTACH ':memory:' AS stg");
+  connection.execute("CREATE VIRTUAL TABLE stg.words USING fts5(w)");
+  connection.execute("INSERT INTO words VALUES ('a'), ('a b')");
+  other.set_busy_timeout(0ms);
+  const auto refusal = [](Connection& of, const char* sql) -> std::string {
+    try {
+      naming_held_statement(of, [&] { of.execute(sql); });
+      return "";
+    } catch (const OperationalError& error) {
+      return error.what();
+    }
+  };
+  Cursor cursor =
+      connection.execute("SELECT i FROM t, words WHERE w MATCH 'a' ORDER BY words.rank");
+  const std::string held = "; a cursor holds " + connection.held_statement();
+  EXPECT_EQ(held, "; a cursor holds SELECT i FROM t, words WHERE w MATCH 'a' ORDER BY words.rank");
+  EXPECT_EQ(refusal(connection, "DROP TABLE t"), "database table is locked" + held);
+  EXPECT_EQ(refusal(connection, "DETACH stg"), "database stg is locked" + held);
+  other.execute("BEGIN IMMEDIATE");
+  EXPECT_EQ(refusal(connection, "DELETE FROM t"), "database is locked") << "by another connection";
+  other.execute("DELETE FROM t");
+  other.execute("COMMIT");
+  EXPECT_EQ(refusal(connection, "INSERT INTO t VALUES (3)"), "database is locked" + held);
+  cursor.close();
+  EXPECT_EQ(connection.held_statement() + refusal(connection, "DROP TABLE t"), "");
 }
 
 TEST(ConnectionTest, APathIsAPlainFileNameWhateverItLooksLike) {

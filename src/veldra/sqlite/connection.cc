@@ -128,6 +128,17 @@ bool Connection::damaged() const noexcept {
   return _state->damaged;
 }
 
+std::string Connection::held_statement() const {
+  const auto guard = _state->lock();
+  if (_state->db == nullptr) return "";
+  if (const Statement* const lent = _state->statements.running()) return std::string(lent->sql());
+  // One of the host's own, on the handle.
+  for (sqlite3_stmt* it = nullptr; (it = sqlite3_next_stmt(_state->db, it)) != nullptr;) {
+    if (sqlite3_stmt_busy(it) != 0) return sqlite3_sql(it);
+  }
+  return "";
+}
+
 sqlite3* Connection::handle() const noexcept {
   const auto guard = _state->lock();
   return _state->db;

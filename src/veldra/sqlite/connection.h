@@ -72,6 +72,11 @@ class VELDRA_EXPORT Connection {
   /// connection's next statement, so that no later write is acknowledged inside it.
   void roll_back() noexcept;
 
+  /// The SQL of a statement whose rows have not been read to the end, "" when there is none. Under
+  /// it SQLite drops no table and detaches no file, and once another process has written, no write
+  /// begins (https://www.sqlite.org/rescode.html#busy_snapshot).
+  std::string held_statement() const;
+
   /// SQLite's handle, for what has no wrapper (functions, hooks); null once closed. The caller
   /// keeps others off the connection meanwhile, and registers a function that could do harm in a
   /// stranger's file with SQLITE_DIRECTONLY: views, triggers and checks may run any other

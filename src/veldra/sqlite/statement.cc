@@ -128,6 +128,13 @@ Statement* StatementCache::add(std::unique_ptr<Statement> statement) {
   return _kept.back().statement.get();
 }
 
+const Statement* StatementCache::running() const noexcept {
+  const auto found = std::ranges::find_if(_kept, [](const Kept& kept) {
+    return kept.lent && sqlite3_stmt_busy(kept.statement->get()) != 0;
+  });
+  return found == _kept.end() ? nullptr : found->statement.get();
+}
+
 void StatementCache::take_back(Statement* statement) noexcept {
   const auto kept = std::ranges::find(_kept.rbegin(), _kept.rend(), statement,
                                       [](const Kept& it) { return it.statement.get(); });

@@ -75,6 +75,9 @@ class StatementCache {
   /// Keeps a new statement, and lends it.
   Statement* add(std::unique_ptr<Statement> statement);
 
+  /// The first that stands on a row; null when none does.
+  const Statement* running() const noexcept;
+
   /// Keeps a statement for its next use, reset; one that is not reusable ends here.
   void take_back(Statement* statement) noexcept;
 

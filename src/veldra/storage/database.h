@@ -152,6 +152,13 @@ class VELDRA_EXPORT Database {
 
   /// Runs one statement on the writer: inside the calling thread's transaction, otherwise committed
   /// when it completes. The cursor belongs to the caller; its rows are read without the lock.
+  ///
+  /// A cursor of a SELECT whose rows are not read to the end keeps its snapshot: once another
+  /// process has written, every write of this one fails at once
+  /// (https://www.sqlite.org/rescode.html#busy_snapshot), and a swap, `clear_all` and a compaction
+  /// are refused; their error ends with the SQL of the statement that is held. Queries belong to
+  /// `fetchone` and `fetchall`. Rows that a write made are read here, with RETURNING: only here are
+  /// last_insert_rowid(), changes() and temporary tables those of the writer.
   Cursor execute(std::string_view sql, const Params& params = {});
 
   /// Runs `sql` once per element, each committed on its own outside a transaction; stops at the
@@ -162,7 +169,9 @@ class VELDRA_EXPORT Database {
 
   /// The first row, or nothing. A statement that begins with SELECT or WITH runs on a read
   /// connection and waits for no writer; any other, and those of a thread inside its own
-  /// transaction, on the writer.
+  /// transaction, on the writer. So `SELECT last_insert_rowid()` and `changes()` tell nothing of
+  /// what was written, and temporary tables are not there: add RETURNING to the INSERT
+  /// (https://www.sqlite.org/lang_returning.html).
   std::optional<Row> fetchone(std::string_view sql, const Params& params = {});
   std::vector<Row> fetchall(std::string_view sql, const Params& params = {});
 
