@@ -47,15 +47,8 @@ std::shared_ptr<spdlog::logger> logger_for(LogUnit unit) {
   if (std::shared_ptr<spdlog::logger> registered = spdlog::get(name)) return registered;
   const std::shared_ptr<spdlog::logger> fallback = spdlog::default_logger();
   if (fallback == nullptr) return nullptr;
-  std::shared_ptr<spdlog::logger> made = fallback->clone(name);
-  try {
-    // Not initialize_logger: it would replace the formatters of the sinks, which are the host's.
-    spdlog::register_logger(made);
-  } catch (const spdlog::spdlog_ex&) {
-    // Another thread, or the host, registered the name in between: theirs counts.
-    if (std::shared_ptr<spdlog::logger> registered = spdlog::get(name)) return registered;
-  }
-  return made;
+  // Not registered: the name is the host's, who may take it at any time. Lines are rare.
+  return fallback->clone(name);
 }
 
 std::string compiler_name(const std::type_info& type) {
@@ -71,6 +64,11 @@ bool is_a(const std::exception& error) {
 }
 
 }  // namespace
+
+void keep_logging_alive() {
+  // Makes the registry, which is a static object too: what was made first is destroyed last.
+  (void)spdlog::default_logger_raw();
+}
 
 void log_line(LogUnit unit, LogLevel level, std::string_view message) {
   const std::shared_ptr<spdlog::logger> logger = logger_for(unit);

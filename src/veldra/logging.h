@@ -11,8 +11,8 @@
 ///     page_count");
 ///
 /// Internal. A line goes to the spdlog logger named after its unit: the one that the host
-/// registered under that name, as it is, or else one registered here that shares the sinks and the
-/// level of spdlog's default logger. Without either the line is dropped.
+/// has registered under that name by then, as it is, or else one that shares the sinks and the
+/// level of spdlog's default logger and is registered nowhere. Without either the line is dropped.
 ///
 /// Thread safety: every function, from any thread.
 namespace veldra {
@@ -21,6 +21,9 @@ namespace veldra {
 enum class LogUnit : std::uint8_t { Database, Migrations, StorageSize };
 
 enum class LogLevel : std::uint8_t { Debug, Info, Warning, Error };
+
+/// Logging then works until the caller is destroyed, also where that is a static object.
+void keep_logging_alive();
 
 /// Writes `message` as one record, as it stands: nothing in it is a placeholder.
 void log_line(LogUnit unit, LogLevel level, std::string_view message);

@@ -1,6 +1,8 @@
 // A connection takes any file name as it is and ends everything when it closes.
 #include "veldra/sqlite/connection.h"
 
+#include <sqlite3.h>
+
 #include "support/database_test.h"
 #include "veldra/errors.h"
 #include "veldra/sqlite/held_statement.h"
@@ -30,6 +32,37 @@ TEST(ConnectionTest, ClosingEndsEveryStatementAndTransactionWhoeverHoldsACursor)
   EXPECT_THROW(half_read.fetchone(), ProgrammingError) << "the connection itself is gone";
   Connection again(directory / "a.db");
   EXPECT_EQ(dump(again, "SELECT sum(i) FROM t"), "3") << "the open transaction was kept";
+}
+
+TEST(ConnectionTest, ACloseThatSqliteRefusesEndsStatementsAndTransactionsAllTheSame) {
+  TempDatabase db;
+  sqlite3_stmt* hosts = nullptr;
+  sqlite3_prepare_v2(db->connection()->handle(), "SELECT 1", -1, &hosts, nullptr);
+  Cursor cursor = db->execute("SELECT 1 UNION SELECT 2");
+  Cursor unread = db->execute("SELECT 1 UNION SELECT 3");
+  cursor.fetchone();
+  EXPECT_THROW(db->transaction([&](Cursor& scope) {
+    scope.execute("CREATE TABLE t (i)");
+    db->close();
+  }),
+               OperationalError);
+  EXPECT_NE(sqlite3_get_autocommit(db->connection()->handle()), 0) << "the scope ended without end";
+  for (Cursor* const each : {&cursor, &unread}) {
+    EXPECT_THAT([&] { each->fetchone(); },
+                ThrowsMessage<ProgrammingError>("Cannot operate on a closed database."));
+  }
+  sqlite3_finalize(hosts);
+  EXPECT_NO_THROW(db->close());
+}
+
+TEST(ConnectionTest, WhereTheHostSharesCachesNobodyMeetsTheLocksOfAnother) {
+  ASSERT_EQ(sqlite3_enable_shared_cache(1), SQLITE_OK);
+  TempDatabase db;
+  db->transaction([&](Cursor& cursor) {
+    cursor.execute("DELETE FROM files");
+    EXPECT_NO_THROW(std::async([&] { db->fetchall("SELECT * FROM files"); }).get());
+  });
+  sqlite3_enable_shared_cache(0);
 }
 
 TEST(ConnectionTest, ARefusalNamesTheStatementThatIsHeld) {

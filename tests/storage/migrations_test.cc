@@ -84,6 +84,12 @@ TEST_F(OldFileTest, AFailingStepIsLoggedOnceAndLeavesTheVersionBefore) {
                           "INSERT OR REPLACE INTO schema_info (key, value) VALUES ('version', ?)"));
 }
 
+TEST_F(OldFileTest, ADatabaseThatIsClosedMeanwhileIsNoFailureOfTheStep) {
+  const auto closed = [](auto&&) { throw RuntimeError("Database is closed."); };
+  EXPECT_THROW(migrate(closed, "1"), RuntimeError);
+  EXPECT_THAT(log.lines(), IsEmpty());
+}
+
 TEST(MigrationsTest, RunDdlEndsAStatementWhereSqliteDoes) {
   TempDatabase db(TempDatabase::State::Connected);
   EXPECT_EQ(migrate(opener(*db), OLDEST_VERSION), SCHEMA_VERSION) << "a file without tables";

@@ -14,9 +14,13 @@ namespace veldra {
 namespace {
 
 /// A read connection is lent to one thread at a time, so SQLite needs no mutex of its own for it.
+/// The cache is private even where the host shares its own: readers would meet a writer's locks
+/// (https://www.sqlite.org/sharedcache.html#shared_cache_locking_model).
 int open_flags(Connection::Mode mode) {
-  if (mode == Connection::Mode::ReadOnly) return SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX;
-  return SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX;
+  if (mode == Connection::Mode::ReadOnly)
+    return SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_PRIVATECACHE;
+  return SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX |
+         SQLITE_OPEN_PRIVATECACHE;
 }
 
 /// SQLite initialises itself at its first use, and afterwards reads without a lock that it has:

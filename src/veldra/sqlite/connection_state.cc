@@ -86,17 +86,18 @@ bool ConnectionState::step(Statement& statement) {
 }
 
 int ConnectionState::roll_back() noexcept {
-  int code = SQLITE_MISUSE;
+  int code = SQLITE_OK;
   if (rollback) {
     code = sqlite3_step(rollback->get());
     rollback->reset();
+  } else {  // no transaction of a scope, or a `close` that SQLite refused in the midst of one
+    code = sqlite3_exec(db, "ROLLBACK", nullptr, nullptr, nullptr);
   }
   owes_rollback = sqlite3_get_autocommit(db) == 0;
   return code == SQLITE_DONE ? SQLITE_OK : code;
 }
 
 void ConnectionState::settle() {
-  if (!rollback) rollback = Statement::prepare(db, "ROLLBACK");
   const int code = roll_back();
   if (owes_rollback) fail(code);
 }

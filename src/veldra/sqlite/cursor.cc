@@ -119,6 +119,8 @@ void Cursor::_run_to_end() {
 std::optional<Row> Cursor::_next() {
   if (_next_row < _rows.size()) return std::move(_rows[_next_row++]);
   if (_statement == nullptr) return std::nullopt;
+  // `close` was tried, and SQLite refused it after the statement had ended.
+  if (_statement->get() == nullptr) throw ProgrammingError("Cannot operate on a closed database.");
   if (!_on_row && !_state->step(*_statement)) {
     _finish();
     return std::nullopt;

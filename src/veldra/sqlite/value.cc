@@ -27,6 +27,21 @@ void Value::_refuse_out_of_range() {
       "an unsigned value above 9223372036854775807 does not fit a 64-bit signed integer");
 }
 
+void Value::_refuse_not_a_number() {
+  throw ProgrammingError("SQLite cannot store a NaN: bind null where there is no number");
+}
+
+// Copied first, then moved in: when memory runs out in the midst of std::variant's own copy,
+// libstdc++ 12 destroys a text that was never made.
+Value::Value(const Value& other) {
+  std::visit(
+      [this](const auto& held) {
+        auto copy = held;
+        _data = std::move(copy);
+      },
+      other._data);
+}
+
 std::int64_t Value::as_integer() const {
   if (const auto* value = std::get_if<std::int64_t>(&_data)) return *value;
   refuse(type(), "an integer");

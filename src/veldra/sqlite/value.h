@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cmath>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
@@ -33,9 +34,13 @@ class VELDRA_EXPORT Value {
 
   /// An unsigned value above the signed 64-bit range is refused with `ProgrammingError`.
   template <std::integral T>
-  Value(T value) : _data(_to_integer(value)) {}              // NOLINT(google-explicit-constructor)
-  Value(float value) : _data(static_cast<double>(value)) {}  // NOLINT(google-explicit-constructor)
-  Value(double value) : _data(value) {}                      // NOLINT(google-explicit-constructor)
+  Value(T value) : _data(_to_integer(value)) {}  // NOLINT(google-explicit-constructor)
+
+  /// Not a number is refused with `ProgrammingError`: SQLite would store null.
+  Value(float value) : Value(static_cast<double>(value)) {}  // NOLINT(google-explicit-constructor)
+  Value(double value) : _data(value) {                       // NOLINT(google-explicit-constructor)
+    if (std::isnan(value)) _refuse_not_a_number();
+  }
 
   /// Text, embedded NUL bytes kept; bytes that are no UTF-8 pass through unchanged. A null pointer
   /// is Null.
@@ -50,6 +55,12 @@ class VELDRA_EXPORT Value {
   Value(const std::optional<T>& value) {  // NOLINT(google-explicit-constructor)
     if (value) *this = Value(*value);
   }
+
+  Value(const Value& other);
+  Value& operator=(const Value& other) { return *this = Value(other); }
+  Value(Value&&) noexcept = default;
+  Value& operator=(Value&&) noexcept = default;
+  ~Value() = default;
 
   StorageClass type() const noexcept { return static_cast<StorageClass>(_data.index()); }
   bool is_null() const noexcept { return type() == StorageClass::Null; }
@@ -70,6 +81,7 @@ class VELDRA_EXPORT Value {
   template <std::integral T>
   using _widest = std::conditional_t<std::is_signed_v<T>, std::int64_t, std::uint64_t>;
   [[noreturn]] static void _refuse_out_of_range();
+  [[noreturn]] static void _refuse_not_a_number();
 
   // In the order of StorageClass.
   std::variant<std::monostate, std::int64_t, double, std::string, Blob> _data;

@@ -109,6 +109,8 @@ std::string reach(const TransactionOpener& open_transaction, const Version& vers
       }
       statement = "COMMIT";
     });
+  } catch (const RuntimeError&) {
+    throw;  // the database was closed meanwhile: no fault of the step
   } catch (const std::exception& error) {
     const std::string failed =
         std::string("Schema migration to version ").append(version.name).append(" failed");

@@ -27,7 +27,8 @@ namespace veldra {
 /// one runs the step, and the other finds it done.
 ///
 /// Throws `SchemaMigrationError` when a step fails, after one ERROR record with the cause; the file
-/// is at the version before that step.
+/// is at the version before that step. A `RuntimeError` passes through: somebody closed the
+/// database.
 std::string migrate(const TransactionOpener& open_transaction, std::string_view recorded);
 
 /// Marks every file of `languages` stale, so that the next index pass parses it again. Returns how

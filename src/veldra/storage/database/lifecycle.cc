@@ -59,7 +59,9 @@ int reader_count() {
   return std::min(std::stoi(*digits), _MAX_READERS);
 }
 
-Database::Database(std::filesystem::path path) : db_path(std::move(path)) {}
+Database::Database(std::filesystem::path path) : db_path(std::move(path)) {
+  keep_logging_alive();
+}
 
 Database::~Database() = default;
 

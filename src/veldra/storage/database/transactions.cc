@@ -47,9 +47,10 @@ void Database::_outermost_scope(const std::function<void(Cursor&)>& body) {
     _tx_depth = 1;
     _tx_owner = std::this_thread::get_id();
     writer->prepare_to_roll_back();
-    cursor.execute("BEGIN");
+    // Not on the body's cursor, which it may close or move away.
+    writer->execute("BEGIN");
     body(cursor);
-    cursor.execute("COMMIT");
+    writer->execute("COMMIT");
   } catch (...) {
     writer->roll_back();  // its own error must not hide the one being handled
     throw;
