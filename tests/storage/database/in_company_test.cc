@@ -1,7 +1,5 @@
 // Other programs have the file open, hold it, or take it away.
-#include <sqlite3.h>
-
-#include <fstream>
+#include <spdlog/sinks/base_sink.h>
 
 #include "support/database_test.h"
 #include "support/old_file.h"
@@ -130,6 +128,56 @@ TEST(InCompanyTest, AFileThatIsRemovedOrReplacedTakesNoMoreWritesAndIsNotMixedWi
     EXPECT_EQ(dump(db, "SELECT name FROM components"), name == std::string("removed") ? "" : "new");
     db.execute("DELETE FROM files");
   }
+}
+
+/// Waits for another thread's write at each line, as a sink with a queue and a table would.
+class WritingSink : public spdlog::sinks::base_sink<std::mutex> {
+ public:
+  explicit WritingSink(Database& db) : _db(db) {}
+  int lines = 0;
+
+ private:
+  void sink_it_(const spdlog::details::log_msg&) override {
+    _writes.push_back(std::async(std::launch::async, [&] { _db.execute("DELETE FROM edges"); }));
+    EXPECT_TRUE(finished(_writes.back())) << "a line was logged under the connection lock";
+    ++lines;
+  }
+  void flush_() override {}
+
+  Database& _db;
+  std::vector<std::future<void>> _writes;
+};
+
+TEST(InCompanyTest, ALogSinkMayWaitForAWriter) {
+  const LogCapture log;
+  const TempDirectory directory;
+  Database db(directory / "index.db");
+  make_old_file(db.db_path, 20);
+  const auto sink = std::make_shared<WritingSink>(db);
+  for (const char* const name : {"storage/database", "storage/storage_size"})
+    spdlog::get(name)->sinks().push_back(sink);
+  db.connect();
+  db.create_schema();
+  std::optional<Connection> other(db.db_path);
+  other->execute("BEGIN");
+  dump(*other, "SELECT count(*) FROM files");
+  db.execute("INSERT INTO schema_info VALUES ('extractor_versions', 'unreadable')");
+  db.migrate_schema();
+  EXPECT_EQ(sink->lines, 2) << "migrated, and not rewritten since the file is in use";
+  db.refresh_extractor_stamp({{"C++", 1}});
+  EXPECT_EQ(sink->lines, 3) << "the stamp is of no known format";
+  other.reset();
+  db.migrate_schema();
+  for (const char* const sql : {"CREATE TABLE large (b BLOB)", "DROP TABLE large"}) {
+    db.execute(sql);
+    if (*sql == 'C') db.execute("INSERT INTO large VALUES (zeroblob(20000000))");
+  }
+  other.emplace(db.db_path);
+  other->execute("BEGIN");
+  dump(*other, "SELECT count(*) FROM files");
+  db.execute("DELETE FROM symbols");
+  EXPECT_TRUE(db.compact().converted);
+  EXPECT_EQ(sink->lines, 6) << "the version, the delayed shrinking, the conversion";
 }
 
 class CompanyOfARewriteTest : public testing::Test {

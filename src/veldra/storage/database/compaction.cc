@@ -8,6 +8,7 @@
 
 #include "veldra/platform/disk.h"
 #include "veldra/sqlite/checkpoint.h"
+#include "veldra/sqlite/held_statement.h"
 #include "veldra/sqlite/pragma.h"
 #include "veldra/storage/database.h"
 #include "veldra/storage/database_internal.h"
@@ -91,7 +92,7 @@ std::int64_t Database::_release_free_pages() {
     if (!writer) return released;
     const std::int64_t free = free_pages(*writer);
     if (free == 0) return released;
-    writer->execute(step);
+    naming_held_statement(*writer, [&] { writer->execute(step); });
     const std::int64_t remaining = free_pages(*writer);
     if (remaining >= free) return released;
     released += free - remaining;
@@ -101,7 +102,7 @@ std::int64_t Database::_release_free_pages() {
 bool Database::_shrink_file(Connection& connection) {
   assert(_lock.held_by_this_thread());
   const ScopedBusyTimeout short_patience(connection, CHECKPOINT_PATIENCE);
-  return empty_log(connection);
+  return naming_held_statement(connection, [&] { return empty_log(connection); });
 }
 
 void Database::_note_later_shrinking() const {

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "veldra/platform/disk.h"
+#include "veldra/sqlite/held_statement.h"
 #include "veldra/storage/database.h"
 #include "veldra/storage/database_internal.h"
 #include "veldra/storage/index_file.h"
@@ -71,7 +72,7 @@ Compaction Database::_convert_to_incremental(const _Space& space) {
 
 void Database::_vacuum(Connection& connection) {
   connection.execute("PRAGMA auto_vacuum=INCREMENTAL");
-  connection.execute("VACUUM");
+  naming_held_statement(connection, [&] { connection.execute("VACUUM"); });
 }
 
 }  // namespace veldra
