@@ -1,4 +1,4 @@
-// Queries of one and of two threads while another thread writes without pause.
+// Queries beside a thread that writes without pause, and of more threads than there are readers.
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -102,7 +102,29 @@ void queries_beside_a_writer(benchmark::State& state) {
   report(state, "ratio_p99", p99);
 }
 
+/// Twelve threads query through six read connections while a transaction holds the writer: a
+/// thread that is passed over by the others goes to the writer in the end, and waits for it.
+void more_threads_than_readers(benchmark::State& state) {
+  const TempDirectory directory;
+  const std::filesystem::path path = directory / "index.db";
+  make_index(path, SIZE);
+  Database db(path);
+  db.connect();
+  Readers readers;
+  for (int thread = 0; thread < 12; ++thread) readers.lookups.push_back(veldra_lookup(db));
+  std::vector<double> longest;
+  db.transaction([&](Cursor&) {
+    for ([[maybe_unused]] auto _ : state) {
+      longest.push_back(std::ranges::max(take_turn(readers, std::chrono::milliseconds(500))));
+      state.SetIterationTime(0.5);
+    }
+  });
+  state.counters["limit"] = 0.1;
+  state.counters["longest_wait"] = std::ranges::max(longest);  // of all turns: none may be longer
+}
+
 BENCHMARK(queries_beside_a_writer)->Arg(1)->Arg(2)->Iterations(40)->UseManualTime();
+BENCHMARK(more_threads_than_readers)->Iterations(20)->UseManualTime();
 
 }  // namespace
 }  // namespace veldra::bench

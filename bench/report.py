@@ -80,6 +80,10 @@ def tables(runs):
         run = runs["swap_index"]
         lines.append(f"| memory of the swap beyond the idle process, file of "
                      f"{run['file_mib']:.0f} MiB | {run['peak_mib']:.0f} MiB | 100 MiB |")
+    if "more_threads_than_readers" in runs:
+        run = runs["more_threads_than_readers"]
+        lines.append(f"| longest wait for a read connection, 12 threads on 6 of them beside a long "
+                     f"transaction | {duration(run['longest_wait'])} | {duration(run['limit'])} |")
     if "queries_beside_a_swap" in runs:
         run = runs["queries_beside_a_swap"]
         lines.append(f"| 99th percentile of queries beside a swap of 1,000,000 symbols / on an idle "
