@@ -55,6 +55,88 @@ TEST(ConnectionTest, ACloseThatSqliteRefusesEndsStatementsAndTransactionsAllTheS
   EXPECT_NO_THROW(db->close());
 }
 
+/// A database whose writer calls back what is set here, from the SQL function `again()`.
+class ReentryTest : public ::testing::Test {
+ protected:
+  using Callback = std::function<void()>;
+
+  ReentryTest() {
+    const auto call = [](sqlite3_context* context, int, sqlite3_value**) {
+      (*static_cast<Callback*>(sqlite3_user_data(context)))();
+    };
+    sqlite3_create_function(db->connection()->handle(), "again", 0, SQLITE_UTF8, &callback, call,
+                            nullptr, nullptr);
+  }
+
+  TempDatabase db;
+  Callback callback;
+};
+
+TEST_F(ReentryTest, ACallbackOfTheWriterIsRefusedWhateverItDoes) {
+  Cursor kept = db->execute("SELECT 1 UNION SELECT 2");
+  std::optional<Cursor> dropped = db->execute("SELECT 3 UNION SELECT 4");
+  const std::shared_ptr<Connection> writer = db->connection();
+  const Callback refused[] = {
+      [&] { db->execute("SELECT 1"); },
+      [&] { db->executemany("DELETE FROM files WHERE id = ?", {{1}}); },
+      [&] { db->transaction([](Cursor&) {}); },
+      [&] { db->fetchone("PRAGMA page_size"); },
+      [&] { db->clear_all(); },
+      [&] { db->migrate_schema(); },
+      [&] { db->close(); },
+      [&] { kept.fetchone(); },
+      [&] { (void)kept.rowcount(); },
+      [&] { writer->prepare_to_roll_back(); },
+  };
+  callback = [&] {
+    for (const Callback& each : refused) {
+      EXPECT_THAT(each, ThrowsMessage<ProgrammingError>(testing::HasSubstr("re-entered")));
+    }
+    EXPECT_EQ(db->fetchone("SELECT 1")->size(), 1U) << "a read connection has nothing against it";
+    EXPECT_THAT(db->compact().skipped, testing::Optional(testing::HasSubstr("re-entered")));
+    kept.close();
+    writer->set_busy_timeout(Connection::BUSY_TIMEOUT);
+    EXPECT_FALSE(writer->damaged() || writer->handle() == nullptr);
+    if (dropped) writer->roll_back();
+    dropped.reset();
+  };
+  const StatementWatch trace(*writer, [&](std::string_view sql) {
+    if (sql == "SELECT 'traced'") callback();
+  });
+  for (const char* const sql : {"SELECT again()", "SELECT 'traced'"}) db->execute(sql);
+  db->transaction([&](Cursor& cursor) {
+    callback = [&] {
+      EXPECT_THROW(db->fetchone("SELECT 1"), ProgrammingError);
+      cursor.close();  // the one that is running
+    };
+    cursor.execute(
+        "INSERT INTO files (path, language, hash) VALUES ('a', '', ''), ('b', '', '')"
+        " RETURNING again()");
+    EXPECT_THROW(cursor.fetchone(), ProgrammingError);
+  });
+  EXPECT_EQ(writer->held_statement(), "")
+      << "a cursor that was closed meanwhile holds its statement";
+  EXPECT_EQ(dump(*db, "SELECT count(*) FROM files"), "2");
+}
+
+TEST_F(ReentryTest, ACallbackWaitsForNoThreadThatWaitsForItsCall) {
+  // this thread      writer
+  // fetches a row
+  //                  holds the connection lock, waits for the fetch
+  // calls back
+  Cursor cursor = db->execute("SELECT 1 UNION ALL SELECT again()");
+  cursor.fetchone();
+  std::future<void> another;
+  callback = [&] {
+    another = std::async(std::launch::async, [&] { db->execute("DELETE FROM files"); });
+    while (Access::lock(*db).try_lock()) Access::lock(*db).unlock();
+    EXPECT_THROW(db->execute("SELECT 1"), ProgrammingError);
+    EXPECT_THROW(db->close(), ProgrammingError);
+  };
+  cursor.fetchone();
+  EXPECT_TRUE(finished(another));
+}
+
 TEST(ConnectionTest, WhereTheHostSharesCachesNobodyMeetsTheLocksOfAnother) {
   ASSERT_EQ(sqlite3_enable_shared_cache(1), SQLITE_OK);
   TempDatabase db;

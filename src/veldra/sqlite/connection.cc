@@ -66,7 +66,8 @@ Connection::Connection(const std::filesystem::path& path, Mode mode)
 }
 
 Connection::~Connection() {
-  const auto guard = _state->lock();
+  if (_state->is_inside()) return;  // what is left of it closes it
+  const auto guard = _state->lock_or_join();
   _state->close();
 }
 
@@ -112,7 +113,7 @@ void Connection::close() {
 }
 
 void Connection::set_busy_timeout(std::chrono::milliseconds timeout) noexcept {
-  const auto guard = _state->lock();
+  const auto guard = _state->lock_or_join();
   if (_state->db != nullptr) sqlite3_busy_timeout(_state->db, static_cast<int>(timeout.count()));
 }
 
@@ -123,12 +124,21 @@ void Connection::prepare_to_roll_back() {
 }
 
 void Connection::roll_back() noexcept {
-  const auto guard = _state->lock();
-  if (_state->db != nullptr) _state->roll_back();
+  const auto guard = _state->lock_or_join();
+  if (_state->db == nullptr) return;
+  if (_state->is_shared && !guard.owns_lock()) {
+    _state->owes_rollback = true;
+  } else {
+    _state->roll_back();
+  }
+}
+
+void Connection::refuse_reentry() const {
+  _state->refuse_reentry();
 }
 
 bool Connection::damaged() const noexcept {
-  const auto guard = _state->lock();
+  const auto guard = _state->lock_or_join();
   return _state->damaged;
 }
 
@@ -144,7 +154,7 @@ std::string Connection::held_statement() const {
 }
 
 sqlite3* Connection::handle() const noexcept {
-  const auto guard = _state->lock();
+  const auto guard = _state->lock_or_join();
   return _state->db;
 }
 

@@ -77,6 +77,11 @@ class VELDRA_EXPORT Connection {
   /// begins (https://www.sqlite.org/rescode.html#busy_snapshot).
   std::string held_statement() const;
 
+  /// Throws `ProgrammingError` to a thread that is inside a call of the connection: a function,
+  /// hook or trace callback of the host, run by one of its statements. So does every other member
+  /// that may throw; `roll_back` and destruction take effect once that call is over.
+  void refuse_reentry() const;
+
   /// SQLite's handle, for what has no wrapper (functions, hooks); null once closed. The caller
   /// keeps others off the connection meanwhile, and registers a function that could do harm in a
   /// stranger's file with SQLITE_DIRECTONLY: views, triggers and checks may run any other

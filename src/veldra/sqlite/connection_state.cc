@@ -50,10 +50,19 @@ int bind_value(sqlite3_stmt* statement, int position, const Value& value,
 }  // namespace
 
 ConnectionState::ConnectionState() = default;
-ConnectionState::~ConnectionState() = default;
+ConnectionState::~ConnectionState() {
+  close();
+}
+
+void ConnectionState::throw_reentered() {
+  throw ProgrammingError(
+      "the database is re-entered from a function, hook or trace callback that one of its own "
+      "statements runs: let the statement end first");
+}
 
 Statement* ConnectionState::lend(std::string_view sql) {
   if (owes_rollback) settle();
+  if (statements.any_abandoned()) statements.take_back_abandoned();
   if (Statement* const kept = statements.lend(sql)) return kept;
   try {
     std::unique_ptr<Statement> prepared = Statement::prepare(db, sql);

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <string_view>
+#include <thread>
 
 #include "veldra/sqlite/statement.h"
 #include "veldra/sqlite/value.h"
@@ -14,10 +16,31 @@ namespace veldra {
 /// Whether SQLite copies the parameters, or may rely on them until the statement is given back.
 enum class Binding { Copied, Borrowed };
 
+/// A mutex that knows whether the calling thread holds it. Internal.
+class CallMutex {
+ public:
+  void lock() {
+    _mutex.lock();
+    _holder.store(std::this_thread::get_id(), std::memory_order_relaxed);
+  }
+  void unlock() {
+    _holder.store({}, std::memory_order_relaxed);
+    _mutex.unlock();
+  }
+  bool held_by_this_thread() const noexcept {
+    return _holder.load(std::memory_order_relaxed) == std::this_thread::get_id();
+  }
+
+ private:
+  std::mutex _mutex;
+  std::atomic<std::thread::id> _holder;  // only a thread itself can store its id
+};
+
 /// What a connection shares with its cursors, which may outlive it. Internal.
 ///
 /// What `lock` returns guards every field and every call into SQLite on `db`; it is taken last,
-/// inside whatever lock orders the uses of the connection.
+/// inside whatever lock orders the uses of the connection. SQLite calls functions, hooks and trace
+/// callbacks of the host from within such a call: they can begin no other.
 struct ConnectionState {
   ConnectionState();
   ConnectionState(const ConnectionState&) = delete;
@@ -44,16 +67,33 @@ struct ConnectionState {
   /// Throws the error of `code` with SQLite's message, and notes whether the connection is damaged.
   [[noreturn]] void fail(int code);
 
-  /// Finishes every statement and closes the handle; the code says whether SQLite did.
+  /// Finishes every statement and closes the handle; the code says whether SQLite did. The
+  /// destructor does so for a connection that was destroyed from within a call.
   int close() noexcept;
 
   /// The mutex of a connection that threads share; nothing for one that is lent to one thread at a
   /// time, whose uses the lending orders: five locks a query would be 3 % of its instructions.
-  [[nodiscard]] std::unique_lock<std::mutex> lock() {
-    return is_shared ? std::unique_lock(mutex) : std::unique_lock<std::mutex>();
+  ///
+  /// Throws `ProgrammingError` when the calling thread is inside a call of the connection.
+  [[nodiscard]] std::unique_lock<CallMutex> lock() {
+    if (!is_shared) return {};
+    refuse_reentry();
+    return std::unique_lock(mutex);
   }
 
-  std::mutex mutex;
+  /// The same for what must not fail: nothing is locked where the calling thread holds it already.
+  [[nodiscard]] std::unique_lock<CallMutex> lock_or_join() noexcept {
+    return is_shared && !is_inside() ? std::unique_lock(mutex) : std::unique_lock<CallMutex>();
+  }
+
+  /// True within a call of a connection that threads share.
+  bool is_inside() const noexcept { return mutex.held_by_this_thread(); }
+  void refuse_reentry() const {
+    if (is_inside()) throw_reentered();
+  }
+  [[noreturn]] static void throw_reentered();
+
+  CallMutex mutex;
   bool is_shared = true;  // set once, before anyone else knows the connection
   sqlite3* db = nullptr;  // null once closed
   bool damaged = false;

@@ -36,6 +36,13 @@ auto Cursor::_locked(Operation operation) {
   if (!_state) throw ProgrammingError("Cannot operate on a cursor that was moved from.");
   const auto guard = _state->lock();
   _check_open();
+  struct Running {
+    bool& running;
+    explicit Running(bool& flag) : running(flag) { running = true; }
+    Running(const Running&) = delete;
+    Running& operator=(const Running&) = delete;
+    ~Running() { running = false; }
+  } const running(_running);
   try {
     return operation();
   } catch (...) {
@@ -95,9 +102,13 @@ std::int64_t Cursor::rowcount() const {
 
 void Cursor::close() noexcept {
   if (!_state) return;
-  const auto guard = _state->lock();
+  const auto guard = _state->lock_or_join();
   _closed = true;
-  _abandon();
+  if (!_state->is_shared || guard.owns_lock()) {
+    _abandon();
+  } else if (_statement != nullptr && !_running) {
+    _state->statements.abandon(std::exchange(_statement, nullptr));
+  }
 }
 
 void Cursor::_check_open() const {

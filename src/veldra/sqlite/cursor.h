@@ -35,7 +35,8 @@ struct ConnectionState;
 /// Ownership: move-only; closes itself when destroyed; may outlive its connection, and then every
 /// operation but `close` and destruction throws `ProgrammingError`.
 /// Errors: `Error` with SQLite's message, of the type that `veldra/errors.h` names;
-/// `ProgrammingError` for a mistake of the caller. After an error no statement is open.
+/// `ProgrammingError` for a mistake of the caller, such as using the connection from a function,
+/// hook or trace callback that one of its statements runs. After an error no statement is open.
 class VELDRA_EXPORT Cursor {
  public:
   Cursor(const Cursor&) = delete;
@@ -58,7 +59,8 @@ class VELDRA_EXPORT Cursor {
   /// `executemany` their sum. -1 for every other statement, for none, and before the first.
   std::int64_t rowcount() const;
 
-  /// Gives the statement back. May be repeated.
+  /// Gives the statement back. May be repeated. From within a call of the connection the statement
+  /// ends before the connection's next one.
   void close() noexcept;
 
  private:
@@ -81,6 +83,7 @@ class VELDRA_EXPORT Cursor {
   std::shared_ptr<ConnectionState>
       _state;  // its mutex guards every field below; none when moved from
   bool _closed = false;
+  bool _running = false;            // within one of its calls, from which the host may call back
   Statement* _statement = nullptr;  // on loan; null when there are no rows left to read from it
   bool _on_row = false;             // the statement stands on a row not handed out yet
   std::vector<Row> _rows;           // the rows of a statement that writes, already run

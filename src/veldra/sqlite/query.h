@@ -28,7 +28,7 @@ class Query {
 
  private:
   ConnectionState& _state;
-  const std::unique_lock<std::mutex> _guard;
+  const std::unique_lock<CallMutex> _guard;
   Statement* _statement = nullptr;  // on loan; null for a text without any
 };
 

@@ -135,11 +135,31 @@ const Statement* StatementCache::running() const noexcept {
   return found == _kept.end() ? nullptr : found->statement.get();
 }
 
-void StatementCache::take_back(Statement* statement) noexcept {
+std::vector<StatementCache::Kept>::iterator StatementCache::_find(
+    const Statement* statement) noexcept {
   const auto kept = std::ranges::find(_kept.rbegin(), _kept.rend(), statement,
                                       [](const Kept& it) { return it.statement.get(); });
+  return std::next(kept).base();
+}
+
+void StatementCache::abandon(const Statement* statement) noexcept {
+  _find(statement)->abandoned = _any_abandoned = true;
+}
+
+void StatementCache::take_back_abandoned() noexcept {
+  _any_abandoned = false;
+  while (true) {
+    const auto kept = std::ranges::find(_kept, true, &Kept::abandoned);
+    if (kept == _kept.end()) return;
+    kept->abandoned = false;
+    take_back(kept->statement.get());
+  }
+}
+
+void StatementCache::take_back(Statement* statement) noexcept {
+  const auto kept = _find(statement);
   if (statement->get() == nullptr || !statement->reusable()) {
-    _kept.erase(std::next(kept).base());
+    _kept.erase(kept);
     return;
   }
   statement->reset();

@@ -81,6 +81,11 @@ class StatementCache {
   /// Keeps a statement for its next use, reset; one that is not reusable ends here.
   void take_back(Statement* statement) noexcept;
 
+  /// Notes that nobody will give a statement back, where that cannot be done yet.
+  void abandon(const Statement* statement) noexcept;
+  bool any_abandoned() const noexcept { return _any_abandoned; }
+  void take_back_abandoned() noexcept;
+
   /// Finishes every statement, because the connection closes; who has one on loan still gives it
   /// back.
   void finalize() noexcept;
@@ -90,9 +95,13 @@ class StatementCache {
     std::size_t length;  // compared before the text: no key is built and few texts are touched
     std::unique_ptr<Statement> statement;
     bool lent;
+    bool abandoned = false;  // lent, but nobody has it any more
   };
 
+  std::vector<Kept>::iterator _find(const Statement* statement) noexcept;
+
   std::vector<Kept> _kept;  // the most recently lent last
+  bool _any_abandoned = false;
 };
 
 /// The text after white space, semicolons and comments; "" when nothing else is there.

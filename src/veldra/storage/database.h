@@ -102,8 +102,9 @@ struct Compaction {
 /// Ownership: owns its connections. A cursor or connection kept beyond `close` throws when used.
 /// Destroying an open `Database` closes it, readers first; errors are dropped then, so call
 /// `close`. Errors: `Error` of SQLite and `OSError` of the file system pass through unchanged;
-/// `RuntimeError` when the database is not open. After any of them the lock is free and no
-/// transaction is open.
+/// `RuntimeError` when the database is not open; `ProgrammingError` to a function, hook or trace
+/// callback of the host that re-enters the connection which is running it. After any of them the
+/// lock is free and no transaction is open.
 class VELDRA_EXPORT Database {
  public:
   // Lifecycle  (database/lifecycle.cc) -----------------------------------------------------------
@@ -285,10 +286,24 @@ class VELDRA_EXPORT Database {
   Compaction _convert_to_incremental(const _Space& space);
   static void _vacuum(Connection& connection);  // caller holds _lock
 
+  /// Orders every use of the writer connection. A callback that the writer runs is refused: whoever
+  /// holds the lock may wait for the very call that the callback belongs to.
+  class ConnectionLock : public FairMutex {
+   public:
+    explicit ConnectionLock(const SharedSlot<Connection>& writer) : _writer(writer) {}
+    void lock() {
+      if (const std::shared_ptr<Connection> writer = _writer.load()) writer->refuse_reentry();
+      FairMutex::lock();
+    }
+
+   private:
+    const SharedSlot<Connection>& _writer;
+  };
+
   SharedSlot<Connection> _connection;  // the writer; changed by connect and close
   SharedSlot<const IndexFile> _file;   // the writer's; changed with it
-  FairMutex _lock;                     // orders every use of the writer connection
-  int _tx_depth = 0;                   // open scopes; guarded by _lock
+  ConnectionLock _lock{_connection};
+  int _tx_depth = 0;  // open scopes; guarded by _lock
   std::atomic<bool> _closed = false;
   std::mutex _compaction_noted_mutex;                    // guards the next field
   std::set<std::string, std::less<>> _compaction_noted;  // kinds of skip reported at their level

@@ -98,6 +98,8 @@ std::shared_ptr<ReaderPool> Database::_open_readers(std::string_view journal_mod
 }
 
 void Database::close() {
+  // Before anything is closed.
+  if (const std::shared_ptr<Connection> writer = _connection.load()) writer->refuse_reentry();
   while (true) {
     const std::shared_ptr<ReaderPool> readers = _readers.load();
     // Without the lock, so that writers need not wait for the queries that are running.
