@@ -137,6 +137,33 @@ void Connection::refuse_reentry() const {
   _state->refuse_reentry();
 }
 
+void Connection::attach(const std::filesystem::path& path, const std::string& schema) {
+  const std::string detach = "DETACH DATABASE " + schema;
+  {
+    const auto guard = _state->lock();
+    if (_state->db == nullptr) throw ProgrammingError("Cannot operate on a closed database.");
+    _state->attachment = schema;
+    _state->detach = Statement::prepare(_state->db, detach);
+  }
+  if (fetchone("SELECT 1 FROM pragma_database_list WHERE name = ?", {schema})) execute(detach);
+  execute("ATTACH DATABASE ? AS " + schema, {plain_file_name(path)});
+}
+
+void Connection::detach() noexcept {
+  const auto guard = _state->lock();
+  if (_state->db != nullptr && _state->detach) _state->detach_attachment();
+}
+
+int Connection::configure(int option, int value) noexcept {
+  const auto guard = _state->lock();
+  int before = 0;
+  if (_state->db != nullptr) {
+    sqlite3_db_config(_state->db, option, -1, &before);
+    if (value >= 0) sqlite3_db_config(_state->db, option, value, nullptr);
+  }
+  return before;
+}
+
 bool Connection::damaged() const noexcept {
   const auto guard = _state->lock_or_join();
   return _state->damaged;

@@ -82,6 +82,18 @@ class VELDRA_EXPORT Connection {
   /// that may throw; `roll_back` and destruction take effect once that call is over.
   void refuse_reentry() const;
 
+  /// Attaches the file at `path` under the name `schema`, after detaching what has that name now.
+  void attach(const std::filesystem::path& path, const std::string& schema);
+
+  /// Detaches what `attach` attached, without an exception. What SQLite cannot let go yet, inside a
+  /// transaction or for want of memory, is detached at the connection's next statement that can.
+  void detach() noexcept;
+
+  /// Sets one of SQLite's switches to 0 or 1, or with -1 leaves it, and returns what it was. Needs
+  /// no memory, and takes effect inside a transaction too
+  /// (https://www.sqlite.org/c3ref/c_dbconfig_defensive.html).
+  int configure(int option, int value) noexcept;
+
   /// SQLite's handle, for what has no wrapper (functions, hooks); null once closed. The caller
   /// keeps others off the connection meanwhile, and registers a function that could do harm in a
   /// stranger's file with SQLITE_DIRECTONLY: views, triggers and checks may run any other

@@ -63,6 +63,7 @@ void ConnectionState::throw_reentered() {
 Statement* ConnectionState::lend(std::string_view sql) {
   if (owes_rollback) settle();
   if (statements.any_abandoned()) statements.take_back_abandoned();
+  if (owes_detach && sqlite3_get_autocommit(db) != 0) detach_attachment();
   if (Statement* const kept = statements.lend(sql)) return kept;
   try {
     std::unique_ptr<Statement> prepared = Statement::prepare(db, sql);
@@ -111,6 +112,12 @@ void ConnectionState::settle() {
   if (owes_rollback) fail(code);
 }
 
+void ConnectionState::detach_attachment() noexcept {
+  sqlite3_step(detach->get());
+  detach->reset();
+  owes_detach = sqlite3_db_filename(db, attachment.c_str()) != nullptr;
+}
+
 void ConnectionState::fail(int code) {
   damaged = damaged || means_damage(code);
   throw_error(code, sqlite3_errmsg(db));
@@ -120,6 +127,7 @@ int ConnectionState::close() noexcept {
   if (db == nullptr) return SQLITE_OK;
   statements.finalize();
   rollback.reset();
+  detach.reset();
   const int code = sqlite3_close(db);  // not _v2: a zombie would keep file, log and locks
   if (code == SQLITE_OK) db = nullptr;
   return code;

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <string_view>
 #include <thread>
 
@@ -64,6 +65,9 @@ struct ConnectionState {
   /// Runs `rollback`; returns SQLite's code.
   int roll_back() noexcept;
 
+  /// Runs `detach`, or has it owed.
+  void detach_attachment() noexcept;
+
   /// Throws the error of `code` with SQLite's message, and notes whether the connection is damaged.
   [[noreturn]] void fail(int code);
 
@@ -98,8 +102,11 @@ struct ConnectionState {
   sqlite3* db = nullptr;  // null once closed
   bool damaged = false;
   bool owes_rollback = false;
+  bool owes_detach = false;
   StatementCache statements;
   std::unique_ptr<Statement> rollback;  // prepared ahead; none before the first transaction
+  std::string attachment;               // the schema name of the attached file
+  std::unique_ptr<Statement> detach;    // prepared ahead; none before the first attachment
 };
 
 }  // namespace veldra

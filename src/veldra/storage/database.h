@@ -29,6 +29,7 @@ namespace veldra {
 
 class IndexFile;
 class ReaderPool;
+class StagingFile;
 struct _Space;
 enum class LogLevel : std::uint8_t;
 
@@ -69,6 +70,12 @@ struct Compaction {
       skipped;  ///< why nothing was done; none when it ran or there was too little to do
 
   friend bool operator==(const Compaction&, const Compaction&) = default;
+};
+
+/// Whether a swap checks its staging file for damage first.
+enum class StagingTrust : std::uint8_t {
+  Checked,
+  Vouched,  ///< the caller has just built and closed the file itself: the check is left out
 };
 
 /// The index file of one repository: one writer, many readers, one schema.
@@ -203,13 +210,25 @@ class VELDRA_EXPORT Database {
   /// Empties every index table, the error records and the text chunks, in one transaction.
   void clear_all();
 
+  // Swap  (database/swap.cc) ---------------------------------------------------------------------
+
   /// Replaces the index by the contents of the file at `staging_path`, in one transaction that
   /// raises the generation, then compacts the file. Queries see the old rows until the commit.
   ///
-  /// The columns are those of the live tables. Returns the rows inserted per table, in the order of
-  /// filling. On any error everything is as before. Throws `FileNotFoundError` when nothing is
-  /// there.
-  RowCounts swap_index_from(const std::filesystem::path& staging_path);
+  /// The columns are those of the live tables. Tables that both files declare alike are copied as
+  /// trees, with their indexes and the full-text index: fastest is a staging file that has them
+  /// all. Inside the caller's transaction, and where another component's trigger or foreign key
+  /// stands on an index table, rows are copied one by one.
+  ///
+  /// The staging file is checked, and its foreign keys, before any lock is taken; it must not be
+  /// written to meanwhile. It stays attached until the end of the caller's transaction.
+  ///
+  /// Returns the rows inserted per table, in the order of filling. On any error everything is as
+  /// before, except inside the caller's transaction, which decides. Throws `FileNotFoundError` when
+  /// nothing is there, and `Error` "the staging database is damaged: …" with SQLite's first finding
+  /// when a `Checked` file is not sound.
+  RowCounts swap_index_from(const std::filesystem::path& staging_path,
+                            StagingTrust trust = StagingTrust::Checked);
 
   // Health  (database/health.cc) -----------------------------------------------------------------
 
@@ -269,8 +288,9 @@ class VELDRA_EXPORT Database {
   // Generation
   void _bump_index_generation(Cursor* cursor = nullptr);
 
-  // Contents. Caller holds _lock.
-  RowCounts _replace_contents(Connection& writer);
+  // Swap. Caller holds _lock.
+  RowCounts _replace_contents(StagingFile& staging,
+                              const std::function<void(const RowCounts&)>& before_commit);
 
   // Space. Caller holds the lock of `connection`'s database.
   static _Space _space(Connection& connection);

@@ -73,6 +73,21 @@ std::optional<ExtractorVersions> _parse_extractor_stamp(std::optional<std::strin
 
 // Contents  (database/contents.cc) ---------------------------------------------------------------
 
+/// Children before parents, so that no foreign key is broken on the way; filling is the reverse.
+inline constexpr std::array<std::string_view, 6> CLEARING_ORDER = {
+    "edges", "external_imports", "symbols", "files", "components", "index_errors"};
+
+/// Writes nothing, but takes the file's write lock under the busy timeout. A deferred transaction
+/// that reads first could not write any more after another process has
+/// (https://www.sqlite.org/rescode.html#busy_snapshot).
+inline constexpr std::string_view TAKE_WRITE_LOCK = "DELETE FROM edges WHERE 0";
+
+/// Empties the tables of `CLEARING_ORDER`, inside the caller's transaction.
+void _delete_index_rows(Cursor& cursor);
+
+/// "{'edges': 12, 'files': 3}"
+std::string _describe(const RowCounts& counts);
+
 /// True when `schema`, "main" or the name of an attached database, has the table `code_chunks`.
 bool _has_code_chunks(Cursor& cursor, std::string_view schema = "main");
 

@@ -52,9 +52,7 @@ class ContentsTest : public ::testing::Test {
          {"CREATE TABLE memories (note TEXT)", "INSERT INTO memories VALUES ('kept')",
           "CREATE INDEX \"some\"\"one's\" ON symbols (upper(name), fqn) WHERE kind <> 'x'",
           "CREATE UNIQUE INDEX unique_fqn ON symbols (fqn)", "ANALYZE", "PRAGMA cache_size=-1234",
-          "PRAGMA secure_delete=ON", "PRAGMA user_version = 41",
-          "INSERT INTO code_chunks (code_chunks, rank) VALUES ('hashsize', 1048576), "
-          "('automerge', 4)"})
+          "PRAGMA secure_delete=ON", "PRAGMA user_version = 41"})
       db->execute(sql);
     log.take();
   }

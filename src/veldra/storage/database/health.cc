@@ -18,7 +18,12 @@ Statistics Database::get_stats() {
 }
 
 bool Database::check_integrity() {
-  const std::optional<Row> row = fetchone("PRAGMA integrity_check");
+  const std::lock_guard guard(_lock);
+  // A staging file that the caller's transaction still holds is no part of the index.
+  const std::optional<Row> staging =
+      connection()->fetchone("SELECT 1 FROM pragma_database_list WHERE name = 'stg'");
+  const std::optional<Row> row =
+      fetchone(staging ? "PRAGMA main.integrity_check" : "PRAGMA integrity_check");
   return row && (*row)[0].type() == StorageClass::Text && (*row)[0].as_text() == "ok";
 }
 

@@ -1,0 +1,124 @@
+// Looking at a staging file before it is swapped in.
+#include "veldra/storage/staging_file.h"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <system_error>
+
+#include "veldra/errors.h"
+#include "veldra/storage/core_schema.h"
+#include "veldra/utils/path_filter.h"
+
+namespace veldra {
+namespace {
+
+constexpr std::string_view FULL_TEXT_CHECK =
+    "INSERT INTO code_chunks (code_chunks) VALUES ('integrity-check')";
+
+int primary(const Error& error) {
+  return error.code() & 0xff;
+}
+
+}  // namespace
+
+bool is_broken(Connection& connection, std::string_view schema, const IndexKey& key) {
+  const std::string in(schema);
+  // A child that is NULL is neither in nor not in.
+  const std::string orphan = "SELECT 1 FROM " + in + "." + std::string(key.child) + " WHERE " +
+                             std::string(key.column) + " NOT IN (SELECT id FROM " + in + "." +
+                             std::string(key.parent) + ")";
+  return connection.fetchone(orphan).has_value();
+}
+
+void look_for_staging_file(const std::filesystem::path& path) {
+  std::error_code code;
+  switch (std::filesystem::status(path, code).type()) {
+    case std::filesystem::file_type::not_found:
+      throw FileNotFoundError("Staging database not found: " + path.string());
+    case std::filesystem::file_type::none:
+      throw_os_error(code, "cannot look at the staging database", path);
+    default:
+      return;
+  }
+}
+
+void refuse_wrong_staging_file(const std::filesystem::path& path,
+                               const std::filesystem::path& live_path) {
+  // SQLite would wait for ever on a pipe.
+  std::error_code not_there;
+  if (!std::filesystem::is_regular_file(path, not_there))
+    throw OperationalError("unable to open database: " + plain_file_name(path), SQLITE_CANTOPEN);
+  if (std::filesystem::equivalent(path, live_path, not_there))
+    throw ProgrammingError("the staging database is the live index itself: " + path.string());
+}
+
+// Not a read-only connection: one that closes last would leave a log beside the file.
+StagingFile::StagingFile(const std::filesystem::path& path, StagingTrust trust)
+    : _connection(path), _path(path.string()), _trust(trust) {
+  register_path_functions(_connection);
+  _seen_version = _version();
+  if (_trust == StagingTrust::Vouched) {
+    _full_text_is_sound = true;
+  } else if (const std::optional<std::string> found = _damage()) {
+    throw Error("the staging database is damaged: " + *found, SQLITE_CORRUPT);
+  }
+  _keys_hold = _look_at_keys();
+}
+
+std::int64_t StagingFile::_version() {
+  return (*_connection.fetchone("PRAGMA data_version"))[0].as_integer();
+}
+
+/// SQLite's first finding; none when the file is sound.
+std::optional<std::string> StagingFile::_damage() {
+  try {
+    const std::optional<Row> finding = _connection.fetchone("PRAGMA integrity_check(1)");
+    if ((*finding)[0].as_text() != "ok") return std::string((*finding)[0].as_text());
+    _full_text_is_sound = _check_full_text();
+    return std::nullopt;
+  } catch (const Error& error) {
+    if (primary(error) != SQLITE_CORRUPT) throw;
+    return error.what();
+  }
+}
+
+/// False when it could not be checked.
+bool StagingFile::_check_full_text() {
+  if (!_connection.fetchone("SELECT 1 FROM sqlite_master WHERE name = 'code_chunks' AND sql = ?",
+                            {CODE_CHUNKS_DDL}))
+    return false;
+  try {
+    _connection.execute(FULL_TEXT_CHECK);
+    return true;
+  } catch (const OperationalError& error) {
+    // FTS5 takes its check for a write: of a file that nobody may write to the full-text index is
+    // not checked, but made anew from the text.
+    if (primary(error) != SQLITE_READONLY) throw;
+    return false;
+  }
+}
+
+bool StagingFile::_look_at_keys() {
+  try {
+    return std::ranges::none_of(
+        INDEX_KEYS, [&](const IndexKey& key) { return is_broken(_connection, "main", key); });
+  } catch (const OperationalError& error) {
+    // It lacks a table or a column: the copying says which.
+    if (error.code() != SQLITE_ERROR) throw;
+    return false;
+  }
+}
+
+void StagingFile::confirm() {
+  if (_version() == _seen_version) return;
+  if (_trust == StagingTrust::Checked) {
+    throw OperationalError(
+        "the staging database was written to while it was checked: close it before the swap: " +
+            _path,
+        SQLITE_BUSY);
+  }
+  _keys_hold = false;
+}
+
+}  // namespace veldra
