@@ -29,6 +29,12 @@ void ScopedPragma::_set(std::string_view value) {
   _connection.fetchall("PRAGMA " + _name + "=" + std::string(value));
 }
 
+FastDelete::FastDelete(Connection& connection) {
+  constexpr std::string_view SECURE_DELETE = "main.secure_delete";
+  if (pragma_value(connection, SECURE_DELETE) == 1)
+    _pragma.emplace(connection, SECURE_DELETE, "FAST");
+}
+
 ScopedBusyTimeout::ScopedBusyTimeout(Connection& connection, std::chrono::milliseconds timeout)
     : _connection(connection), _usual(pragma_value(connection, "busy_timeout")) {
   _connection.set_busy_timeout(timeout);

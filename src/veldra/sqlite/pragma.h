@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -11,7 +12,8 @@
 /// connection meanwhile.
 namespace veldra {
 
-/// The whole number that the pragma `name` gives. Throws `OperationalError` when SQLite gives none.
+/// The whole number that the pragma `name`, with or without a schema, gives. Throws
+/// `OperationalError` when SQLite gives none.
 std::int64_t pragma_value(Connection& connection, std::string_view name);
 
 /// Gives a pragma that is a whole number another value for as long as it lives.
@@ -29,6 +31,17 @@ class ScopedPragma {
   Connection& _connection;
   const std::string _name;
   const std::int64_t _usual;
+};
+
+/// Where SQLite overwrites what is deleted with zeros, as Debian's does: for a scope, only on the
+/// pages that are written anyway, not on every page that becomes free
+/// (https://www.sqlite.org/pragma.html#pragma_secure_delete).
+class FastDelete {
+ public:
+  explicit FastDelete(Connection& connection);
+
+ private:
+  std::optional<ScopedPragma> _pragma;
 };
 
 /// Lets statements wait for a locked file for `timeout` at most, for as long as it lives; what the

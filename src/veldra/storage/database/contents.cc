@@ -1,10 +1,10 @@
 // Emptying the index.
 #include <algorithm>
 
+#include "veldra/sqlite/pragma.h"
 #include "veldra/storage/database.h"
 #include "veldra/storage/database_internal.h"
 #include "veldra/storage/migrations.h"
-#include "veldra/storage/scoped_pragma.h"
 
 namespace veldra {
 

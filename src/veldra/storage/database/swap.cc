@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "veldra/sqlite/pragma.h"
 #include "veldra/storage/database.h"
 #include "veldra/storage/database_internal.h"
-#include "veldra/storage/scoped_pragma.h"
 #include "veldra/storage/staging_file.h"
 
 namespace veldra {
@@ -368,7 +368,7 @@ RowCounts Database::_replace_contents(StagingFile& staging,
                                       const std::function<void(const RowCounts&)>& before_commit) {
   assert(_lock.held_by_this_thread());
   const std::shared_ptr<Connection> writer = connection();
-  const ScopedPragma large_cache(*writer, "cache_size", SWAP_CACHE_SIZE);
+  const ScopedPragma large_cache(*writer, "main.cache_size", SWAP_CACHE_SIZE);
   const FastDelete fast_delete(*writer);
   std::optional<ForeignKeysOff> keys_off;
   if (_tx_depth == 0 && keys_of_the_index_alone(*writer)) keys_off.emplace(*writer);
