@@ -7,8 +7,7 @@
 
 /// The layer's log lines: which logger, at which level, the finished text.
 ///
-///     log_line(LogUnit::Database, LogLevel::Warning, "Compaction of …", error, "PRAGMA
-///     page_count");
+///     log_line(LogUnit::Database, LogLevel::Warning, "Compaction of …", error, "VACUUM");
 ///
 /// Internal. A line goes to the spdlog logger named after its unit: the one that the host
 /// has registered under that name by then, as it is, or else one that shares the sinks and the

@@ -35,8 +35,8 @@ struct Fault {
 ///
 /// A write that fails has written its first half; a sync writes nothing through to the real disk. A
 /// loss of power is played by `watch_changes` and `save_as_after_power_loss`. Connections opened
-/// through it must be closed before it goes. One at a time in a process. Thread safety: any member
-/// but `watch_changes`, from any thread.
+/// through it must be closed before it goes. One at a time in a process.
+/// Thread safety: any member but `watch_changes`, from any thread.
 class FaultVfs {
  public:
   FaultVfs();

@@ -87,7 +87,8 @@ void print(const Json& json) {
   line("free pages", with_commas(json["free_pages"]) + " (" + as_size(json["free_bytes"]) + ")");
   line("SQLite", text("sqlite_version") +
                      (json["wal_reset_fault"].get<bool>()
-                          ? " (can lose a commit when two processes write: use 3.51.3 or newer)"
+                          ? " (commits of this layer's processes are guarded against its log-reset"
+                            " fault; those beside a program that checkpoints by itself are not)"
                           : ""));
 }
 

@@ -10,7 +10,8 @@
 ///
 ///     const std::int64_t bytes = disk().file_size(db_path);
 ///
-/// Internal. Thread safety: every function, from any thread; a replacement must be as safe.
+/// Internal.
+/// Thread safety: every function, from any thread; a replacement must be as safe.
 namespace veldra {
 
 /// The file system as it is. A test derives from it and overrides what its scene needs.

@@ -80,8 +80,8 @@ class VELDRA_EXPORT Cursor {
   void _finish() noexcept;
   void _abandon() noexcept;
 
-  std::shared_ptr<ConnectionState>
-      _state;  // its mutex guards every field below; none when moved from
+  // Its mutex guards every field below; none when moved from.
+  std::shared_ptr<ConnectionState> _state;
   bool _closed = false;
   bool _running = false;            // within one of its calls, from which the host may call back
   Statement* _statement = nullptr;  // on loan; null when there are no rows left to read from it

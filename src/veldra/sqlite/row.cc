@@ -50,8 +50,8 @@ void read_column(sqlite3_value* value, Column& column) {
       return;
     case SQLITE_TEXT:
       column.type = StorageClass::Text;
-      column.data =
-          sqlite3_value_text(value);  // before the length: it may have to convert the text
+      // Before the length: it may have to convert the text.
+      column.data = sqlite3_value_text(value);
       break;
     case SQLITE_BLOB:
       column.type = StorageClass::Blob;

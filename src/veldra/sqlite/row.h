@@ -24,8 +24,8 @@ using ColumnNames = std::vector<std::string>;
 /// One block of memory holds all its columns; the names are shared with the result's other rows.
 /// Copyable and movable; a moved-from row has no columns.
 ///
-/// Thread safety: like a standard container's. Errors: `std::out_of_range` for a position or a
-/// name that does not exist.
+/// Thread safety: like a standard container's.
+/// Errors: `std::out_of_range` for a position or a name that does not exist.
 class VELDRA_EXPORT Row {
  public:
   Row() noexcept = default;

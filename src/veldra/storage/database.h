@@ -66,8 +66,8 @@ using ExtractorVersions = std::map<std::string, std::int64_t>;
 struct Compaction {
   bool converted = false;           ///< this call converted the file to incremental auto-vacuum
   std::int64_t pages_released = 0;  ///< pages given back to the file system
-  std::optional<std::string>
-      skipped;  ///< why nothing was done; none when it ran or there was too little to do
+  /// Why nothing was done; none when it ran or there was too little to do.
+  std::optional<std::string> skipped;
 
   friend bool operator==(const Compaction&, const Compaction&) = default;
 };
@@ -85,11 +85,12 @@ enum class StagingTrust : std::uint8_t {
 ///     db.create_schema();
 ///     db.migrate_schema();
 ///     db.transaction([&](Cursor& cursor) {
-///       cursor.execute("INSERT INTO files (path, language, hash) VALUES (?, ?, ?)", {"a.cc",
-///       "C++", "0f"});
+///       cursor.execute("INSERT INTO files (path, language, hash) VALUES (?, ?, ?)",
+///                      {"a.cc", "C++", "0f"});
 ///     });
 ///     for (const Row& row : db.fetchall("SELECT path FROM files ORDER BY path"))
-///     use(row["path"].as_text()); db.close();
+///       use(row["path"].as_text());
+///     db.close();
 ///
 /// Writes of all threads go one after another through one connection, under the connection lock.
 /// Queries that only read run on read connections of their own: they wait for nobody, and see what
@@ -108,10 +109,13 @@ enum class StagingTrust : std::uint8_t {
 /// field is guarded by stands beside it.
 /// Ownership: owns its connections. A cursor or connection kept beyond `close` throws when used.
 /// Destroying an open `Database` closes it, readers first; errors are dropped then, so call
-/// `close`. Errors: `Error` of SQLite and `OSError` of the file system pass through unchanged;
+/// `close`.
+/// Errors: `Error` of SQLite and `OSError` of the file system pass through unchanged;
 /// `RuntimeError` when the database is not open; `ProgrammingError` to a function, hook or trace
-/// callback of the host that re-enters the connection which is running it. After any of them the
-/// lock is free and no transaction is open.
+/// callback of the host that re-enters the connection which is running it; `OperationalError` "the
+/// index file was removed or replaced: close and connect again" where a write begins on a file that
+/// has lost its name, where a read connection is opened then, and from `index_generation`. After
+/// any of them the lock is free and no transaction is open.
 class VELDRA_EXPORT Database {
  public:
   // Lifecycle  (database/lifecycle.cc) -----------------------------------------------------------
@@ -128,7 +132,9 @@ class VELDRA_EXPORT Database {
   /// `reader_count()` read connections.
   ///
   /// A new file gets pages of 8 KiB and incremental auto-vacuum; an existing one keeps its own
-  /// (https://www.sqlite.org/pragma.html#pragma_page_size). On an open database the old writer and
+  /// (https://www.sqlite.org/pragma.html#pragma_page_size), is not written to, and may be written
+  /// by others for as long as they like. Both connections use the name that SQLite gives the file
+  /// now, absolute and without links, until `close`. On an open database the old writer and
   /// pool are replaced. Throws `OSError` (nothing has changed) or `Error`: when the file could not
   /// be opened the database is as before but no longer closed; when a pragma failed the new writer
   /// stays, partly configured, until `close`.
