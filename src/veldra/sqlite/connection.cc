@@ -141,9 +141,8 @@ void Connection::attach(const std::filesystem::path& path, const std::string& sc
   const std::string detach = "DETACH DATABASE " + schema;
   {
     const auto guard = _state->lock();
-    if (_state->db == nullptr) throw ProgrammingError("Cannot operate on a closed database.");
     _state->attachment = schema;
-    _state->detach = Statement::prepare(_state->db, detach);
+    _state->detach = detach;
   }
   if (fetchone("SELECT 1 FROM pragma_database_list WHERE name = ?", {schema})) execute(detach);
   execute("ATTACH DATABASE ? AS " + schema, {plain_file_name(path)});
@@ -151,7 +150,7 @@ void Connection::attach(const std::filesystem::path& path, const std::string& sc
 
 void Connection::detach() noexcept {
   const auto guard = _state->lock();
-  if (_state->db != nullptr && _state->detach) _state->detach_attachment();
+  if (_state->db != nullptr) _state->detach_attachment();
 }
 
 int Connection::configure(int option, int value) noexcept {

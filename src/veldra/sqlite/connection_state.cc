@@ -113,8 +113,7 @@ void ConnectionState::settle() {
 }
 
 void ConnectionState::detach_attachment() noexcept {
-  sqlite3_step(detach->get());
-  detach->reset();
+  sqlite3_exec(db, detach.c_str(), nullptr, nullptr, nullptr);
   owes_detach = sqlite3_db_filename(db, attachment.c_str()) != nullptr;
 }
 
@@ -127,7 +126,6 @@ int ConnectionState::close() noexcept {
   if (db == nullptr) return SQLITE_OK;
   statements.finalize();
   rollback.reset();
-  detach.reset();
   const int code = sqlite3_close(db);  // not _v2: a zombie would keep file, log and locks
   if (code == SQLITE_OK) db = nullptr;
   return code;

@@ -106,7 +106,7 @@ struct ConnectionState {
   StatementCache statements;
   std::unique_ptr<Statement> rollback;  // prepared ahead; none before the first transaction
   std::string attachment;               // the schema name of the attached file
-  std::unique_ptr<Statement> detach;    // prepared ahead; none before the first attachment
+  std::string detach;                   // the statement that detaches it
 };
 
 }  // namespace veldra

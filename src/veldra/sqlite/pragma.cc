@@ -30,9 +30,8 @@ void ScopedPragma::_set(std::string_view value) {
 }
 
 FastDelete::FastDelete(Connection& connection) {
-  constexpr std::string_view SECURE_DELETE = "main.secure_delete";
-  if (pragma_value(connection, SECURE_DELETE) == 1)
-    _pragma.emplace(connection, SECURE_DELETE, "FAST");
+  if (pragma_value(connection, "main.secure_delete") == 1)
+    _pragma.emplace(connection, "main.secure_delete", "FAST");
 }
 
 ScopedBusyTimeout::ScopedBusyTimeout(Connection& connection, std::chrono::milliseconds timeout)

@@ -1,6 +1,7 @@
 // Emptying the index.
 #include <algorithm>
 
+#include "veldra/sqlite/held_statement.h"
 #include "veldra/sqlite/pragma.h"
 #include "veldra/storage/database.h"
 #include "veldra/storage/database_internal.h"
@@ -12,8 +13,9 @@ void Database::clear_all() {
   std::string line;
   {
     const std::lock_guard guard(_lock);
-    const FastDelete fast_delete(*connection());
-    transaction([&](Cursor& cursor) {
+    const std::shared_ptr<Connection> writer = connection();
+    const FastDelete fast_delete(*writer);
+    const auto clear = [&](Cursor& cursor) {
       cursor.execute(TAKE_WRITE_LOCK);
       RowCounts removed;
       for (const std::string_view table : CLEARING_ORDER) {
@@ -24,7 +26,8 @@ void Database::clear_all() {
       _empty_code_chunks(cursor);
       _delete_index_rows(cursor);
       line = "clear_all: cleared all index data (rows removed: " + _describe(removed) + ")";
-    });
+    };
+    naming_held_statement(*writer, [&] { transaction(clear); });
   }
   log_line(LogUnit::Database, LogLevel::Info, line);
 }

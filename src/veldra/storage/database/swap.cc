@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "veldra/sqlite/held_statement.h"
 #include "veldra/sqlite/pragma.h"
 #include "veldra/storage/database.h"
 #include "veldra/storage/database_internal.h"
@@ -349,10 +350,13 @@ RowCounts Database::swap_index_from(const std::filesystem::path& staging_path, S
   {
     StagingFile staging(staging_path, trust);
     const std::lock_guard guard(_lock);
-    const Attachment attachment(*connection(), staging_path);
-    counts = _replace_contents(staging, [&](const RowCounts& inserted) {
-      line = "swap_index_from: replaced live index from " + staging_path.string() +
-             " (rows inserted: " + _describe(inserted) + ")";
+    const std::shared_ptr<Connection> writer = connection();
+    counts = naming_held_statement(*writer, [&] {
+      const Attachment attachment(*writer, staging_path);
+      return _replace_contents(staging, [&](const RowCounts& inserted) {
+        line = "swap_index_from: replaced live index from " + staging_path.string() +
+               " (rows inserted: " + _describe(inserted) + ")";
+      });
     });
   }
   try {
