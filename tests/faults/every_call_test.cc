@@ -28,7 +28,7 @@ const std::pair<std::string, Fault> FAULTS[] = {
     {"memory", {SystemCall::Memory, SQLITE_NOMEM}},
 };
 
-void expect_at_rest(Database& db, bool still_failing) {
+void expect_at_rest(Database& db) {
   std::async(std::launch::async, [&] {
     const std::unique_lock lock(DatabaseTestAccess::lock(db), std::try_to_lock);
     EXPECT_TRUE(lock.owns_lock()) << "the lock stayed held";
@@ -40,12 +40,9 @@ void expect_at_rest(Database& db, bool still_failing) {
   } catch (const RuntimeError&) {
     return;  // not open
   }
-  if (still_failing) {
-    // The end of the operation failed as well; the next statement and the next swap make up for it.
-    writer->execute("SELECT 1");
-  } else {
-    EXPECT_EQ(sqlite3_db_filename(writer->handle(), "stg"), nullptr) << "stg stayed attached";
-  }
+  // Where the end of the operation failed as well, the next statement makes up for it.
+  writer->execute("SELECT 1");
+  EXPECT_EQ(sqlite3_db_filename(writer->handle(), "stg"), nullptr) << "stg stayed attached";
   EXPECT_NE(sqlite3_get_autocommit(writer->handle()), 0) << "a transaction stayed open";
   sqlite3_stmt* statement = nullptr;
   while ((statement = sqlite3_next_stmt(writer->handle(), statement)) != nullptr)
@@ -55,7 +52,7 @@ void expect_at_rest(Database& db, bool still_failing) {
 class EveryCallTest : public OperationTest {
  protected:
   /// Runs the operation with faults from where it begins; false when it met none.
-  bool meets_faults(const std::function<void()>& begin_faults, bool lasting) {
+  bool meets_faults(const std::function<void()>& begin_faults) {
     TempDirectory directory;
     copy_files(directory);
     Database db(index_in(directory.path()));
@@ -65,7 +62,7 @@ class EveryCallTest : public OperationTest {
     vfs.heal();
     if (vfs.injected().empty()) return false;
     SCOPED_TRACE(vfs.injected() + " gave '" + error + "'");
-    expect_at_rest(db, lasting);
+    expect_at_rest(db);
     expect_whole(db.db_path);
     expect_works(db);
     EXPECT_EQ(vfs.open_files(), 0) << "a connection stayed open";
@@ -89,7 +86,7 @@ TEST_P(EveryCallTest, FailsCleanly) {
       fault.lasting = lasting;
       for (int n = 1;; n += every_point ? 1 : 1 + n / 4) {
         SCOPED_TRACE(name + " " + std::to_string(n) + (lasting ? " and all after it" : ""));
-        if (!meets_faults([&, which = fault] { vfs.fail_nth(n, which); }, lasting)) break;
+        if (!meets_faults([&, which = fault] { vfs.fail_nth(n, which); })) break;
       }
     }
     measured("every call", GetParam().name + "|" + name, points, std::to_string(errors));
@@ -104,7 +101,7 @@ TEST_P(FullDiskTest, KeepsTheOldStateWhereverTheRoomEnds) {
   note_states();
   for (std::int64_t room = 0;; room += 1 + 4096 + room / 2) {
     SCOPED_TRACE("room for " + std::to_string(room) + " bytes");
-    if (!meets_faults([&] { vfs.leave_room(room); }, true)) break;
+    if (!meets_faults([&] { vfs.leave_room(room); })) break;
     // SQLite calls it an I/O error when the index of the log cannot grow.
     EXPECT_TRUE(error.empty() || error.find("full") != error.npos || error == "disk I/O error")
         << error;

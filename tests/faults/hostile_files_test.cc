@@ -53,19 +53,45 @@ void flip_in_log(const TempDirectory& directory, std::mt19937& random) {
   flip("index.db-wal", 4)(directory, random);
 }
 
-void garble_full_text(const TempDirectory& directory, std::mt19937& random) {
-  Connection connection(directory / "index.db");
-  const std::int64_t size = static_cast<std::int64_t>(random() % 90);
-  connection.execute("UPDATE code_chunks_data SET block = randomblob(?) WHERE id % 3 = ?",
-                     {size, static_cast<std::int64_t>(random() % 3)});
-  connection.execute("UPDATE code_chunks_docsize SET sz = randomblob(?)", {size});
+/// By statements, after which each page is sound and what they say together is not.
+Damage run(std::string_view name, std::vector<std::string> statements) {
+  return [=](const TempDirectory& directory, std::mt19937& random) {
+    Connection connection(directory / name);
+    sqlite3_create_function(
+        connection.handle(), "drawn", 1, SQLITE_UTF8, &random,
+        [](sqlite3_context* context, int, sqlite3_value** below) {
+          auto& draw = *static_cast<std::mt19937*>(sqlite3_user_data(context));
+          sqlite3_result_int64(context, draw() % sqlite3_value_int64(below[0]));
+        },
+        nullptr, nullptr);
+    for (const std::string& statement : statements) connection.execute(statement).fetchall();
+  };
 }
+
+const std::vector<std::string> GARBLE_FULL_TEXT = {
+    "UPDATE code_chunks_data SET block = randomblob(drawn(90)) WHERE id % 3 = drawn(3)",
+    "UPDATE code_chunks_docsize SET sz = randomblob(drawn(90))"};
 
 TEST(HostileFilesTest, DamageGivesDocumentedErrors) {
   const std::pair<std::string, Damage> damages[] = {
-      {"header", flip("index.db", 4, 0, 100)}, {"first page", flip("index.db", 4, 100, 8192)},
-      {"pages", flip("index.db", 40, 8192)},   {"log", flip_in_log},
-      {"full-text table", garble_full_text},   {"staging file", flip("staging.db", 40)}};
+      {"header", flip("index.db", 4, 0, 100)},
+      {"first page", flip("index.db", 4, 100, 8192)},
+      {"pages", flip("index.db", 40, 8192)},
+      {"log", flip_in_log},
+      {"full-text table", run("index.db", GARBLE_FULL_TEXT)},
+      {"staging file", flip("staging.db", 40)},
+      {"staging full text", run("staging.db", GARBLE_FULL_TEXT)},
+      {"staging text", run("staging.db", {"UPDATE code_chunks_content SET c0 = 'x' || drawn(9)"})},
+      {"staging index",
+       run("staging.db", {"PRAGMA writable_schema = ON",
+                          "UPDATE sqlite_master SET sql = replace(sql, '(name)', '(kind)')"})},
+      {"staging constraint",
+       run("staging.db", {"PRAGMA writable_schema = ON",
+                          "UPDATE sqlite_master SET sql = replace(sql, 'NOT NULL', '')",
+                          "PRAGMA writable_schema = RESET", "UPDATE symbols SET name = NULL",
+                          "PRAGMA writable_schema = ON",
+                          "UPDATE sqlite_master SET sql = replace(sql, 'name TEXT,', "
+                          "'name TEXT NOT NULL,')"})}};
   const LogCapture quiet;
   TempDirectory whole;
   make_file(Operation::File::Index, whole.path());
@@ -81,6 +107,9 @@ TEST(HostileFilesTest, DamageGivesDocumentedErrors) {
       std::filesystem::copy(whole.path(), directory.path());
       inflict(directory, random);
       errors += run_everything(directory / "index.db");
+      if (name.starts_with("staging")) {
+        EXPECT_EQ(look_at(directory / "index.db").damage, "");
+      }
     }
     measured("hostile files", name, files, std::to_string(errors));
   }
@@ -105,7 +134,13 @@ TEST(HostileFilesTest, AFileOfTheWrongKindIsRefusedAndChangesNothing) {
     EXPECT_THROW(db.swap_index_from(directory / name), std::exception);
     EXPECT_EQ(look_at(directory / "index.db").content, before);
   }
+  for (const char* name : {"directory", "pipe"}) {
+    EXPECT_EQ(outcome_of([&] { db.swap_index_from(directory / name); }),
+              "unable to open database: " + (directory / name).string());
+  }
   EXPECT_NO_THROW(db.swap_index_from(directory / "staging.db"));
+  db.close();
+  EXPECT_THROW(db.swap_index_from(directory / "pipe"), RuntimeError);
   for (const char* name : {"directory", "pipe", "text", "short"}) {
     Database wrong(directory / name);
     EXPECT_NE(outcome_of([&] { open(wrong); }), "") << name << " was taken for an index";

@@ -50,6 +50,12 @@ const std::vector<Operation> OPERATIONS = {
     {"clear_all", Writes, File::Index, &Database::clear_all},
     {"swap_index_from", Writes, File::Index,
      [](Database& db) { db.swap_index_from(db.db_path.parent_path() / "staging.db"); }},
+    {"swap_index_from in a transaction", Writes, File::Index,
+     [](Database& db) {
+       const Path staging = db.db_path.parent_path() / "staging.db";
+       db.transaction([&](Cursor&) { db.swap_index_from(staging, StagingTrust::Vouched); });
+       db.execute("SELECT 1");  // detaches the staging file
+     }},
     {"get_stats", Reads, File::Index, [](Database& db) { db.get_stats(); },
      [](Database& db) { return db.get_stats().at("files") == 10; }},
     {"check_integrity", Reads, File::Index, [](Database& db) { db.check_integrity(); },

@@ -101,6 +101,21 @@ TEST_F(ContentsTest, ASwapReplacesTheIndexAndNothingElseAndGivesItsSpaceBack) {
   EXPECT_EQ(dump(*db, "SELECT count(*) FROM code_chunks"), "0") << "the trigger was lost";
 
   EXPECT_FALSE(db->swap_index_from(stage({"DROP TABLE code_chunks"})).contains("code_chunks"));
+
+  // What ANALYZE found counts for the writer's next query, and an index that is copied is not made.
+  StatementLog statements(*db->connection());
+  for (const std::string best : {"edges_by_source", "edges_by_target"}) {
+    db->execute(
+        "UPDATE sqlite_stat1 SET stat = iif(idx = ?, '9999 1', '9999 999') WHERE tbl = 'edges'",
+        {best});
+    db->swap_index_from(stage({"DROP INDEX edges_by_source", "DROP INDEX edges_by_target"}));
+    EXPECT_THAT(dump(*db->connection(),
+                     "EXPLAIN QUERY PLAN SELECT * FROM edges "
+                     "WHERE source_id = 1 AND target_id = 2"),
+                testing::HasSubstr(best));
+  }
+  EXPECT_EQ(statements.count("CREATE INDEX edges"), 4);
+  EXPECT_EQ(statements.count("CREATE INDEX symbols"), 0);
 }
 
 TEST_F(ContentsTest, ASwapThatFailsLeavesEverythingAsItWasAndTheNextOneSucceeds) {
@@ -147,11 +162,43 @@ TEST_F(ContentsTest, ASwapInsideATransactionIsAtomicWithIt) {
   };
   EXPECT_THROW(swap(true), int);
   EXPECT_EQ(dump(*db, STATE), before);
-  // What could not be detached inside the transaction is in nobody's way, twice.
+  // What could not be detached inside the transaction goes with the next statement.
   swap(false);
-  EXPECT_EQ(db->swap_index_from(staging).at("files"), 2);
-  EXPECT_THAT(state(),
-              ContainsRegex("memories\\|kept,too\n.*\ngeneration\\|43\nattached\\|main\n"));
+  db->execute("SELECT 1");
+  EXPECT_EQ(sqlite3_db_filename(db->connection()->handle(), "stg"), nullptr);
+  EXPECT_THAT(state(), ContainsRegex("memories\\|kept,too\n.*\ngeneration\\|42\n"));
+
+  // A swap that fails and is caught takes no index with it, nor what ANALYZE found.
+  constexpr std::string_view KEPT =
+      "SELECT sql FROM sqlite_master WHERE tbl_name NOT LIKE 'code%' UNION ALL "
+      "SELECT idx || stat FROM sqlite_stat1 WHERE tbl NOT LIKE 'code%' ORDER BY 1";
+  const std::string kept = dump(*db, KEPT);
+  const auto lacking = stage({"ALTER TABLE symbols DROP COLUMN fqn"}, "lacking.db");
+  db->transaction([&](Cursor&) { EXPECT_THROW(db->swap_index_from(lacking), OperationalError); });
+  EXPECT_EQ(dump(*db, KEPT), kept);
+}
+
+TEST_F(ContentsTest, AStagingFileIsCheckedUnlessVouchedForAndIsNotWrittenToMeanwhile) {
+  const auto damaged = stage({"PRAGMA writable_schema = ON",
+                              "UPDATE sqlite_master SET sql = replace(sql, '(name)', '(kind)')"});
+  const std::string before = state();
+  EXPECT_THAT([&] { db->swap_index_from(damaged); },
+              ThrowsMessage<Error>("the staging database is damaged: row 1 missing from index "
+                                   "symbols_by_name"));
+  EXPECT_EQ(state(), before);
+  db->transaction([&](Cursor&) {
+    db->swap_index_from(damaged, StagingTrust::Vouched);
+    EXPECT_TRUE(db->check_integrity()) << "of the index, whose rows are sound";
+  });
+
+  const auto staging = stage();
+  const StatementWatch watch(*db->connection(), [&](std::string_view statement) {
+    if (statement.starts_with("ATTACH")) Connection(staging).execute("DELETE FROM files");
+  });
+  EXPECT_THAT([&] { db->swap_index_from(staging); },
+              ThrowsMessage<OperationalError>(StartsWith("the staging database was written to")));
+  EXPECT_THAT([&] { db->swap_index_from(stage(), StagingTrust::Vouched); },
+              ThrowsMessage<IntegrityError>("FOREIGN KEY constraint failed"));
 }
 
 TEST_F(ContentsTest, WaitsForAWriterOfAnotherProcessAndShowsNothingBeforeTheCommit) {
