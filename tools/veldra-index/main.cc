@@ -13,11 +13,11 @@
 #include <string>
 #include <thread>
 
-#include "veldra-index/commands.h"
-#include "veldra-index/error_text.h"
-#include "veldra-index/failure.h"
-#include "veldra-index/interrupt.h"
-#include "veldra-index/progress.h"
+#include "veldra-index/commands/commands.h"
+#include "veldra-index/process/interrupt.h"
+#include "veldra-index/terminal/error_text.h"
+#include "veldra-index/terminal/failure.h"
+#include "veldra-index/terminal/progress.h"
 
 namespace veldra::tool {
 namespace {

@@ -1,0 +1,333 @@
+// The program as its users meet it.
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+#include <csignal>
+#include <random>
+#include <thread>
+
+#include "faults/measured.h"
+#include "tools/program/tool_runner.h"
+#include "veldra/sqlite/connection.h"
+
+namespace veldra::tool {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+constexpr const char* FILES = "SELECT path FROM files ORDER BY path";
+/// Everything in the index, without its ids.
+constexpr const char* CONTENT =
+    "SELECT f.path, language, substr(hash, 1, 16), size, coalesce(c.name, '-') FROM files f"
+    " LEFT JOIN components c ON c.id = component_id"
+    " UNION ALL SELECT f.path, s.name, fqn, s.kind || start_line, coalesce(p, '-') FROM"
+    " (SELECT s.*, (SELECT name FROM symbols WHERE id = s.parent_id) AS p FROM symbols s) s"
+    " JOIN files f ON f.id = s.file_id"
+    " UNION ALL SELECT f.path, g.path, e.kind, e.line, 'edge' FROM edges e"
+    " JOIN symbols s ON s.id = source_id JOIN files f ON f.id = s.file_id"
+    " JOIN symbols t ON t.id = target_id JOIN files g ON g.id = t.file_id"
+    " UNION ALL SELECT f.path, module, line, '', 'external' FROM external_imports"
+    " JOIN files f ON f.id = file_id"
+    " UNION ALL SELECT f.path, text, start_line, end_line, exact FROM code_chunks"
+    " JOIN files f ON f.id = code_chunks.rowid / 1048576"
+    " UNION ALL SELECT file_path, error_type, message, line, 'error' FROM index_errors"
+    " ORDER BY 1, 2, 3, 4, 5";
+
+/// A small project, and its index.
+class ProjectTest : public testing::Test {
+ protected:
+  ProjectTest() {
+    tree.write("src/main.cc",
+               "#include \"util/swap.h\"\n#include <vector>\n"
+               "int main() { return util::swap_index_from(1); }\n");
+    tree.write("src/util/swap.h",
+               "namespace util {\nstruct SwapIndexFrom { int part; };\n"
+               "inline int swap_index_from(int) { return 0; }\n}\n");
+    tree.write("tool/run.py", "import pkg.mod\nclass Runner:\n    def go(self): pass\n");
+    tree.write("pkg/mod.py", "NAME = 1\n");
+    tree.write("notes.txt", "say foo->bar to user@host in C++\n");
+    EXPECT_EQ(tree.run({"rebuild"}).status, 0);
+  }
+
+  ToolTree tree;
+};
+
+TEST_F(ProjectTest, ARebuildFillsEveryTable) {
+  tree.write("bad.c", "int caf\xE9;\n");
+  EXPECT_EQ(tree.json({"rebuild"})["errors"], 1);
+  EXPECT_THAT(tree.rows("SELECT name FROM components ORDER BY name"),
+              ElementsAre("pkg", "src", "tool"));
+  EXPECT_THAT(tree.rows("SELECT s.fqn, p.name FROM symbols s JOIN symbols p ON p.id = s.parent_id"
+                        " AND p.file_id = s.file_id ORDER BY s.fqn"),
+              ElementsAre("Runner.go|Runner", "util::SwapIndexFrom|util",
+                          "util::SwapIndexFrom::part|SwapIndexFrom", "util::swap_index_from|util"));
+  EXPECT_THAT(tree.rows(CONTENT),
+              testing::IsSupersetOf({"src/main.cc|src/util/swap.h|import|1|edge",
+                                     "src/main.cc|vector|2||external",
+                                     "tool/run.py|pkg/mod.py|import|1|edge",
+                                     "bad.c|decode_error|not UTF-8; read as Latin-1|1|error",
+                                     "pkg/mod.py|NAME = 1\n|1|1|1", "bad.c|int café;\n|1|1|0"}));
+  EXPECT_EQ(tree.run({"check"}).status, 0);
+  EXPECT_TRUE(tree.holds_nothing_beside_the_index());
+}
+
+TEST(RebuildTest, TakesTheFilesThatGitWouldAndLeavesTheIndexAlone) {
+  ToolTree tree;
+  tree.write("kept.c", "");
+  tree.write(".hidden.c", "");
+  tree.write("build/made.c", "");
+  tree.write("data.bin", std::string("\0\1", 2));
+  std::filesystem::create_symlink("/etc", tree.path("etc"));
+  std::filesystem::create_symlink("kept.c", tree.path("link.c"));
+  ASSERT_EQ(::mkfifo(tree.path("pipe.c").c_str(), 0600), 0);
+  for (int pass = 0; pass < 2; ++pass) ASSERT_EQ(tree.run({"rebuild"}).status, 0);
+  EXPECT_THAT(tree.rows(FILES), ElementsAre("build/made.c", "kept.c"));
+
+  tree.write(".gitignore", "build/\n");
+  ASSERT_EQ(run_program({"git", "init", "-q", tree.path("").string()}).status, 0);
+  ASSERT_EQ(tree.run({"rebuild"}).status, 0);
+  EXPECT_THAT(tree.rows(FILES), ElementsAre(".gitignore", ".hidden.c", "kept.c"));
+  ASSERT_EQ(tree.run({"rebuild", "build", "--db", "build/i.db"}).status, 0);
+  EXPECT_EQ(tree.json({"stats", "build", "--db", "build/i.db"})["files"], 1)
+      << "an ignored folder that was asked for was taken for empty, or its index was indexed";
+}
+
+TEST(RebuildTest, GoesOnBehindAFileThatKillsCtags) {
+  ToolTree tree;
+  tree.use_stand_in_ctags();
+  for (const char* name : {"a.c", "b.c", "crash.c", "d.c", "e.c"}) tree.write(name, "text\n");
+  ASSERT_EQ(tree.run({"rebuild", "--jobs", "1"}).status, 0);
+  EXPECT_THAT(tree.rows("SELECT name FROM symbols WHERE kind = 'function' ORDER BY name"),
+              ElementsAre("in_a.c", "in_b.c", "in_d.c", "in_e.c"));
+  EXPECT_THAT(tree.rows("SELECT file_path, error_type FROM index_errors"),
+              ElementsAre("crash.c|parse_error"));
+  EXPECT_EQ(tree.rows(FILES).size(), 5U) << "its text is of use all the same";
+}
+
+TEST(RebuildTest, KnowsWhichFileASymbolIsIn) {
+  ToolTree tree;
+  tree.write("a/run", "no program\n");
+  tree.write("b/run", "#!/bin/sh\nrun_it() { :; }\n");
+  std::filesystem::permissions(tree.path("b/run"), std::filesystem::perms::owner_all);
+  tree.write("-V \"new\nline.c", "int dash;\n");
+  ASSERT_EQ(tree.run({"rebuild", "--jobs", "1"}).status, 0);
+  EXPECT_THAT(tree.rows("SELECT f.path, s.name FROM symbols s JOIN files f ON f.id = s.file_id"
+                        " WHERE s.kind <> 'anchor' ORDER BY 1"),
+              ElementsAre("-V \"new\nline.c|dash", "b/run|run_it"));
+}
+
+TEST_F(ProjectTest, ARebuildIsRefusedWhileAnotherRunsAndCleansUpWhenInterrupted) {
+  const std::vector<std::string> before = tree.rows(CONTENT);
+  tree.use_stand_in_ctags();
+  tree.write("hang.c", "");
+  const std::filesystem::path lock = tree.index().string() + ".lock";
+  const std::filesystem::path staging = tree.index().string() + ".staging";
+  for (const int signal_number : {SIGINT, SIGTERM}) {
+    const auto first = tree.start({"rebuild"});
+    ASSERT_TRUE(wait_until([&] { return std::filesystem::exists(staging); }));
+    const std::string pid = read_text(lock);
+    const ToolRun second = tree.run({"rebuild"});
+    EXPECT_EQ(second.status, 1);
+    EXPECT_THAT(second.err, HasSubstr("process " + pid + " is building this index"));
+    EXPECT_TRUE(std::filesystem::exists(staging)) << "the second took the first one's file away";
+    ASSERT_EQ(::kill(std::stoi(pid), signal_number), 0);
+    EXPECT_EQ(first->wait(), 128 + signal_number);
+    EXPECT_FALSE(std::filesystem::exists(staging));
+    EXPECT_FALSE(std::filesystem::exists(lock));
+  }
+  EXPECT_EQ(tree.rows(CONTENT), before);
+}
+
+using KillTest = ProjectTest;
+
+TEST_F(KillTest, ARebuildLeavesTheOldIndexOrTheNewOneWhole) {
+  const long seed = asked_for("VELDRA_SEED", static_cast<long>(std::random_device()()));
+  SCOPED_TRACE("VELDRA_SEED=" + std::to_string(seed));
+  std::mt19937 random(static_cast<unsigned>(seed));
+  std::uniform_real_distribution<> part(0, 1);
+  std::chrono::duration<double> whole_run{};
+  const auto rebuild = [&] {
+    const auto started = std::chrono::steady_clock::now();
+    const ToolRun done = tree.run({"rebuild"});
+    whole_run = std::chrono::steady_clock::now() - started;
+    EXPECT_EQ(done.status, 0) << done.err;
+    EXPECT_TRUE(tree.holds_nothing_beside_the_index());
+    return tree.rows(CONTENT);
+  };
+  std::vector<std::string> before = rebuild();
+  const long kills = asked_for("VELDRA_KILLS", 6);
+  int ended = 0;
+  for (long kill = 1; kill <= kills && !testing::Test::HasFailure(); ++kill) {
+    std::string text;
+    for (int i = 0; i < 1000; ++i) text += "int name_" + std::to_string(kill * i) + ";\n";
+    for (const char* name : {"src/util/swap.h", "b.c", "c.c"}) tree.write(name, text);
+    const auto delay = whole_run * part(random);
+    SCOPED_TRACE("kill " + std::to_string(kill) + ", after " + std::to_string(delay.count()) +
+                 " s");
+    {
+      const auto killed_when_it_goes = tree.start({"rebuild"});
+      std::this_thread::sleep_for(delay);
+    }
+    EXPECT_EQ(tree.run({"check"}).status, 0);
+    const std::vector<std::string> left = tree.rows(CONTENT);
+    const std::vector<std::string> after = rebuild();
+    EXPECT_NE(after, before);
+    EXPECT_TRUE(left == before || left == after) << testing::PrintToString(left);
+    ended += left == after ? 1 : 0;
+    before = after;
+  }
+  measured("kill", "veldra-index rebuild", kills, std::to_string(ended));
+}
+
+TEST_F(ProjectTest, AnUpdateEndsWithWhatARebuildWouldMake) {
+  static constexpr const char* IDS = "SELECT id FROM files WHERE path LIKE 'src/%swap.h'";
+  struct Step {
+    std::string_view what;
+    std::function<void()> change;
+    int parsed, removed;
+  };
+  const Step steps[] = {
+      {"touched only", [&] { tree.write("notes.txt", read_text(tree.path("notes.txt"))); }, 0, 0},
+      {"changed", [&] { tree.write("src/util/swap.h", "struct Other {};\n#include \"late.h\"\n"); },
+       1, 0},
+      {"an import that was external becomes a file", [&] { tree.write("lib/late.h", "int x;\n"); },
+       2, 0},
+      {"a nearer file of that name", [&] { tree.write("src/util/late.h", "int y;\n"); }, 2, 0},
+      {"removed, and imported by another",
+       [&] { std::filesystem::remove(tree.path("pkg/mod.py")); }, 1, 1},
+      {"text becomes binary", [&] { tree.write("notes.txt", std::string(3, '\0')); }, 0, 1},
+      {"an unusable name", [&] { tree.write("odd\xFF.c", "int x;\n"); }, 0, 0},
+      {"all gone",
+       [&] {
+         for (const char* name : {"src", "lib", "tool"})
+           std::filesystem::remove_all(tree.path(name));
+       },
+       0, 5},
+  };
+  for (const auto& [what, change, parsed, removed] : steps) {
+    SCOPED_TRACE(what);
+    change();
+    const std::vector<std::string> ids = tree.rows(IDS);
+    const auto done = tree.json({"update"});
+    EXPECT_EQ(done["parsed"], parsed);
+    EXPECT_EQ(done["removed"], removed);
+    const std::vector<std::string> updated = tree.rows(CONTENT);
+    if (what == "changed") {
+      EXPECT_EQ(tree.rows(IDS), ids) << "nothing tells caches of a new id";
+    }
+    ASSERT_EQ(tree.run({"rebuild"}).status, 0);
+    EXPECT_EQ(updated, tree.rows(CONTENT));
+  }
+}
+
+TEST(UpdateTest, ParsesAgainWhatAnotherCtagsMayParseOtherwise) {
+  ToolTree tree;
+  tree.use_stand_in_ctags("5.9.0");
+  tree.write("a.c", "text\n");
+  tree.write("b.py", "text\n");
+  ASSERT_EQ(tree.run({"rebuild"}).status, 0);
+  EXPECT_EQ(tree.json({"update"})["parsed"], 0) << "the rebuild did not record its own ctags";
+  tree.use_stand_in_ctags("5.9.1");
+  EXPECT_EQ(tree.json({"update"})["parsed"], 2);
+  EXPECT_EQ(tree.json({"update"})["parsed"], 0);
+}
+
+TEST_F(ProjectTest, ASearchFindsWhatPeopleType) {
+  const std::vector<std::string> note = {"notes.txt:1"};
+  const std::pair<std::vector<std::string>, std::vector<std::string>> cases[] = {
+      {{"foo->bar"}, note},
+      {{"FOO->BA"}, note},
+      {{"foo.bar"}, {}},
+      {{"C++"}, note},
+      {{"\"unclosed"}, {}},
+      {{"--", "->"}, note},
+      {{"\"foo bar\""}, note},
+      {{"\"bar foo\""}, {}},
+      {{"foo host"}, note},
+      {{"swap_index_from"}, {"src/main.cc:3", "src/util/swap.h:2", "src/util/swap.h:3"}},
+      {{"swap"}, {"src/main.cc:1", "src/main.cc:3", "src/util/swap.h:2", "src/util/swap.h:3"}},
+      {{"swapi*"}, {"src/util/swap.h:2"}},
+      {{"from", "--path", "src/*.cc"}, {"src/main.cc:3"}},
+      {{"--fts", "NEAR(foo host)"}, note},
+  };
+  for (const auto& [arguments, lines] : cases) {
+    SCOPED_TRACE(testing::PrintToString(arguments));
+    std::vector<std::string> command = {"--json", "search"};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    std::vector<std::string> found;
+    for (const auto& hit : tree.json(command))
+      found.push_back(hit["file"].get<std::string>() + ":" + hit["line"].dump());
+    EXPECT_THAT(found, testing::UnorderedElementsAreArray(lines));
+  }
+  EXPECT_EQ(tree.json({"search", "from", "--limit", "1"}).size(), 1U);
+  EXPECT_EQ(
+      tree.run({"search", "swap_index_from", "--path", "src/main.cc", "--color", "always"}).out,
+      "\033[35msrc/main.cc\033[0m-\033[32m2\033[0m-#include <vector>\n"
+      "\033[35msrc/main.cc\033[0m:\033[32m3\033[0m:int main() { return "
+      "util::\033[1;31mswap_index_from\033[0m(1); }\n");
+}
+
+TEST(SearchTest, ListsExactNamesFirst) {
+  const ToolTree tree;
+  tree.write("a.c", "struct SwapPart {};\nint swap;\nint swap_two;\n");
+  ASSERT_EQ(tree.run({"rebuild"}).status, 0);
+  EXPECT_EQ(tree.run({"symbols", "swap"}).out,
+            "a.c:2: variable swap\na.c:1: struct SwapPart\na.c:3: variable swap_two\n");
+  EXPECT_EQ(tree.run({"symbols", "swap*"}).out, "a.c:2: variable swap\na.c:3: variable swap_two\n");
+}
+
+TEST_F(ProjectTest, AnswersTellWhoImportsAndHowTheIndexIs) {
+  EXPECT_EQ(tree.run({"refs", "swap.h"}).out, "src/main.cc:1: imports src/util/swap.h\n");
+  EXPECT_EQ(tree.run({"refs", "pkg.mod"}).out, "tool/run.py:1: imports pkg/mod.py\n");
+  EXPECT_EQ(tree.run({"refs", "vector"}).out, "src/main.cc:2: imports vector\n");
+  EXPECT_EQ(tree.run({"refs", "ap.h"}).out, "nobody imports ap.h\n");
+  const auto health = tree.json({"health"});
+  EXPECT_EQ(health["index_generation"], 1);
+  EXPECT_EQ(health["auto_vacuum"], "incremental");
+  EXPECT_EQ(
+      tree.run({"sql", "SELECT name AS n, 1.5 AS r, NULL AS o FROM components ORDER BY 1"}).out,
+      "n     r    o\npkg   1.5\nsrc   1.5\ntool  1.5\n");
+  EXPECT_EQ(tree.json({"clear", "--yes"})["files_removed"], 5);
+  EXPECT_EQ(tree.json({"stats"})["files"], 0);
+}
+
+TEST_F(ProjectTest, BadInputIsAnsweredWithOneLineAndAStatus) {
+  const std::vector<std::string> before = tree.rows(CONTENT);
+  tree.write("words.txt", "no database at all, but long enough to be looked at as one\n");
+  Connection(tree.path("other.db")).execute("CREATE TABLE theirs (x)");
+  const std::tuple<std::vector<std::string>, int, std::string_view> cases[] = {
+      {{}, 2, "--help"},
+      {{"frobnicate"}, 2, "there is no command `frobnicate`"},
+      {{"search", "->"}, 2, "put -- before"},
+      {{"clear"}, 2, "--yes"},
+      {{"search", "x", "--limit", "0"}, 2, "not in range 1 to"},
+      {{"errors", "none.c"}, 1, "from the root of the repository"},
+      {{"sql", "DELETE FROM files"}, 2, "only questions"},
+      {{"sql", "PRAGMA journal_mode = DELETE"}, 2, "only questions"},
+      {{"sql", "WITH x AS (SELECT 1) DELETE FROM files"}, 1, "readonly"},
+      {{"sql", "SELECT 1; DELETE FROM files"}, 1, ""},
+      {{"search", "--fts", "a AND"}, 1, "leave --fts out"},
+      {{"rebuild", "notes.txt"}, 1, "not a directory"},
+      {{"stats", "--db", "none.db"}, 1, "no index here: run `veldra-index rebuild "},
+      {{"rebuild", "--db", "words.txt"}, 1, "file is not a database"},
+      {{"rebuild", "--db", "/proc/none/i.db"}, 1, "name another place with --db"},
+      {{"rebuild", "--db", "other.db"}, 1, "another program's database"},
+  };
+  for (const auto& [arguments, status, says] : cases) {
+    SCOPED_TRACE(testing::PrintToString(arguments));
+    const ToolRun done = tree.run(arguments);
+    EXPECT_EQ(done.status, status);
+    EXPECT_THAT(done.err, HasSubstr(says));
+    EXPECT_THAT(done.err, StartsWith("veldra-index: "));
+    EXPECT_EQ(std::count(done.err.begin(), done.err.end(), '\n'), 1) << done.err;
+    EXPECT_EQ(done.out, "");
+  }
+  EXPECT_EQ(tree.rows(CONTENT), before);
+  EXPECT_THAT(read_text(tree.path("words.txt")), StartsWith("no database"));
+  EXPECT_EQ(read_text(tree.path("other.db")).find("code_chunks"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace veldra::tool

@@ -1,0 +1,49 @@
+// veldra-index check: whether the file and the full-text index in it are sound.
+#include <iostream>
+
+#include "veldra-index/commands/commands.h"
+#include "veldra-index/terminal/failure.h"
+#include "veldra-index/terminal/output.h"
+#include "veldra-index/terminal/progress.h"
+#include "veldra-index/tree/index_place.h"
+
+namespace veldra::tool {
+namespace {
+
+/// SQLite's integrity check does not look into a full-text table; this compares its words with its
+/// text (https://www.sqlite.org/fts5.html#the_integrity_check_command).
+bool full_text_is_sound(Database& index) {
+  const Progress progress("Checking the full-text index", 0, "");
+  try {
+    index.execute("INSERT INTO code_chunks (code_chunks) VALUES ('integrity-check')");
+    return true;
+  } catch (const Error& error) {
+    static constexpr int CORRUPT = 11;
+    if ((error.code() & 0xFF) != CORRUPT) throw;
+    return false;
+  }
+}
+
+bool file_is_sound(Database& index) {
+  const Progress progress("Checking the file", 0, "");
+  return index.check_integrity();
+}
+
+}  // namespace
+
+int check(const Options& options) {
+  const IndexPlace place = find_index(options.directory, options.db);
+  OpenIndex index = OpenIndex::existing(place);
+  const bool file = file_is_sound(*index);
+  const bool full_text = full_text_is_sound(*index);
+  const auto word = [](bool sound) { return sound ? "ok" : "damaged"; };
+  if (options.json) {
+    print_json({{"integrity", word(file)}, {"full_text", word(full_text)}});
+  } else if (!options.quiet || !file || !full_text) {
+    std::cout << "file       " << word(file) << "\nfull text  " << word(full_text) << '\n';
+  }
+  if (file && full_text) return EXIT_DONE;
+  throw Failure(place.db.string() + " is damaged: remove it and run `veldra-index rebuild`");
+}
+
+}  // namespace veldra::tool

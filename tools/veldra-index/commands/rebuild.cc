@@ -1,0 +1,99 @@
+// veldra-index rebuild: a new index of the whole tree, in place of the old one.
+#include <unistd.h>
+
+#include <chrono>
+#include <iostream>
+
+#include "veldra-index/commands/commands.h"
+#include "veldra-index/index/index_pass.h"
+#include "veldra-index/index/staging_file.h"
+#include "veldra-index/parse/ctags.h"
+#include "veldra-index/process/interrupt.h"
+#include "veldra-index/terminal/failure.h"
+#include "veldra-index/terminal/output.h"
+#include "veldra-index/terminal/progress.h"
+
+namespace veldra::tool {
+namespace {
+
+/// Makes sure before the work that there will be a place for its result.
+std::optional<OpenIndex> open_old_index(const IndexPlace& place) {
+  std::error_code error;
+  if (!std::filesystem::exists(place.db, error)) return std::nullopt;
+  if (::access(place.db.c_str(), W_OK) != 0) {
+    throw Failure(place.db.string() + " cannot be written; name another file with --db FILE");
+  }
+  return OpenIndex::existing(place);
+}
+
+PassPlan everything(const Tree& tree) {
+  PassPlan plan;
+  for (const SourcePath& file : tree.files) plan.files.push_back({file, {}});
+  return plan;
+}
+
+PassResult fill(StagingFile& staging, const IndexPlace& place, int jobs) {
+  const StopInOrder stop_in_order;
+  const Tree tree = walk_tree(place);
+  PassResult result;
+  staging.fill(
+      [&](Cursor& cursor) { result = run_pass(cursor, place, tree, everything(tree), jobs); });
+  return result;
+}
+
+RowCounts swap_in(Database& index, const IndexPlace& place, const CtagsProgram& ctags) {
+  const Progress progress("Replacing the index", 0, "");
+  // The stamp first: it marks files of the old index at most. After the swap it would mark new
+  // ones.
+  index.refresh_extractor_stamp(extractor_versions(ctags));
+  return index.swap_index_from(place.staging());
+}
+
+void print(const Options& options, const IndexPlace& place, const RowCounts& rows,
+           const PassResult& result, double seconds) {
+  const std::int64_t listed = rows.at("symbols") - rows.at("files");  // without the anchors
+  if (options.json) {
+    Json json;
+    json["index"] = place.db.string();
+    json["files"] = rows.at("files");
+    json["symbols"] = listed;
+    json["edges"] = rows.at("edges");
+    json["external_imports"] = rows.at("external_imports");
+    json["components"] = rows.at("components");
+    json["errors"] = rows.at("index_errors");
+    json["binary_files"] = result.binary;
+    json["seconds"] = seconds;
+    print_json(json);
+    return;
+  }
+  if (options.quiet) return;
+  std::cout << with_commas(rows.at("files")) << " files, " << with_commas(listed) << " symbols, "
+            << with_commas(rows.at("edges") + rows.at("external_imports")) << " imports in "
+            << place.db.string() << '\n';
+  if (rows.at("index_errors") > 0) {
+    std::cout << with_commas(rows.at("index_errors")) << " problems: see `veldra-index errors`\n";
+  }
+}
+
+}  // namespace
+
+int rebuild(const Options& options) {
+  const auto begin = std::chrono::steady_clock::now();
+  const IndexPlace place = find_index(options.directory, options.db);
+  const CtagsProgram ctags = inspect_ctags();
+  const BuildLock lock(place);
+  const RemoveOnExit remove_on_exit({place.staging(), place.lock()});
+  std::optional<OpenIndex> index = open_old_index(place);
+
+  StagingFile staging(place.staging());
+  const PassResult result = fill(staging, place, options.jobs);
+
+  if (!index) index = OpenIndex::existing_or_new(place);
+  const RowCounts rows = swap_in(**index, place, ctags);
+  record_pass(**index);
+  print(options, place, rows, result,
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count());
+  return EXIT_DONE;
+}
+
+}  // namespace veldra::tool

@@ -1,0 +1,43 @@
+// veldra-index stats: how much is in the index.
+#include <iostream>
+
+#include "veldra-index/commands/commands.h"
+#include "veldra-index/terminal/failure.h"
+#include "veldra-index/terminal/output.h"
+#include "veldra-index/tree/index_place.h"
+
+namespace veldra::tool {
+
+int stats(const Options& options) {
+  const IndexPlace place = find_index(options.directory, options.db);
+  OpenIndex index = OpenIndex::existing(place);
+  const Statistics counts = index->get_stats();
+  const auto indexed =
+      index->fetchone("SELECT value FROM schema_info WHERE key = ?", {LAST_INDEX_KEY});
+  const std::vector<Row> languages = index->fetchall(
+      "SELECT language, count(*) FROM files GROUP BY language ORDER BY count(*) DESC, language");
+  if (options.json) {
+    Json json;
+    for (const auto& [name, count] : counts) json[name] = count;
+    json["last_index"] = indexed ? to_json((*indexed)[0]) : Json();
+    json["languages"] = Json::object();
+    for (const Row& row : languages)
+      json["languages"][std::string(row[0].as_text())] = row[1].as_integer();
+    print_json(json);
+    return EXIT_DONE;
+  }
+  for (const auto& [name, count] : counts) {
+    std::cout << name << std::string(12 - name.size(), ' ') << with_commas(count) << '\n';
+  }
+  std::cout << "languages   ";
+  static constexpr std::size_t SHOWN = 6;
+  for (std::size_t at = 0; at < std::min(languages.size(), SHOWN); ++at) {
+    std::cout << (at == 0 ? "" : ", ") << languages[at][0].as_text() << ' '
+              << with_commas(languages[at][1].as_integer());
+  }
+  std::cout << (languages.size() > SHOWN ? ", …" : "") << '\n';
+  std::cout << "indexed     " << (indexed ? to_text((*indexed)[0]) : "never") << '\n';
+  return EXIT_DONE;
+}
+
+}  // namespace veldra::tool

@@ -1,0 +1,202 @@
+// From parsed files to rows.
+#include "veldra-index/index/index_writer.h"
+
+namespace veldra::tool {
+namespace {
+
+/// A file's chunks are one range of row ids.
+constexpr std::int64_t CHUNKS_PER_FILE = 1048576;
+
+constexpr std::string_view INSERT_SYMBOL =
+    "INSERT INTO symbols (id, file_id, name, fqn, kind, start_line, end_line, parent_id)"
+    " VALUES (?, ?, ?, ?, ?, ?, ?, ?)";
+constexpr std::string_view INSERT_CHUNK =
+    "INSERT INTO code_chunks (rowid, text, start_line, end_line, exact) VALUES (?, ?, ?, ?, ?)";
+constexpr std::string_view INSERT_EXTERNAL =
+    "INSERT INTO external_imports (file_id, module, line) VALUES (?, ?, ?)";
+constexpr std::string_view INSERT_EDGE =
+    "INSERT INTO edges (source_id, target_id, kind, line) VALUES (?, ?, 'import', ?)";
+
+std::int64_t next_id(Cursor& cursor, std::string_view table) {
+  cursor.execute("SELECT coalesce(max(id), 0) + 1 FROM " + std::string(table));
+  return cursor.fetchone().value()[0].as_integer();
+}
+
+Value line_or_null(int line) {
+  return line > 0 ? Value(line) : Value();
+}
+
+}  // namespace
+
+void RowBuffer::flush(Cursor& cursor) {
+  if (_used == 0) return;
+  _rows.resize(_used);
+  cursor.executemany(_sql, _rows);
+  _used = 0;
+}
+
+IndexWriter::IndexWriter(Cursor& cursor, const std::vector<std::string_view>& paths)
+    : _cursor(cursor),
+      _paths(paths),
+      _resolver(paths),
+      _symbols(INSERT_SYMBOL),
+      _chunks(INSERT_CHUNK),
+      _external(INSERT_EXTERNAL),
+      _edges(INSERT_EDGE) {
+  _load();
+}
+
+void IndexWriter::_load() {
+  _cursor.execute("SELECT path, id FROM files");
+  while (const std::optional<Row> row = _cursor.fetchone()) {
+    _files.emplace((*row)[0].as_text(), File{(*row)[1].as_integer(), 0});
+  }
+  _had_files = !_files.empty();
+  _cursor.execute("SELECT name, id FROM components");
+  for (const Row& row : _cursor.fetchall()) {
+    _components.emplace(row[0].as_text(), row[1].as_integer());
+  }
+  _next_file = next_id(_cursor, "files");
+  _next_symbol = next_id(_cursor, "symbols");
+  _next_component = next_id(_cursor, "components");
+}
+
+void IndexWriter::add(const ParsedFile& file) {
+  record_problems(file.path, file.problems);
+  if (file.same_content) {
+    _cursor.execute("UPDATE files SET hash = ? WHERE path = ?", {file.source.stamp, file.path});
+    return;
+  }
+  const File row = _write_file(file);
+  _write_symbols(file, row);
+  _write_imports(file, row);
+  _write_chunks(file, row);
+}
+
+bool IndexWriter::remove(std::string_view path) {
+  const auto found = _files.find(std::string(path));
+  if (found == _files.end()) return false;
+  _cursor.execute("DELETE FROM files WHERE id = ?", {found->second.id});
+  _cursor.execute("DELETE FROM index_errors WHERE file_path = ?", {path});
+  _files.erase(found);
+  return true;
+}
+
+void IndexWriter::record_problems(std::string_view path, const std::vector<FileProblem>& problems) {
+  if (_had_files) _cursor.execute("DELETE FROM index_errors WHERE file_path = ?", {path});
+  for (const FileProblem& problem : problems) {
+    _cursor.execute(
+        "INSERT INTO index_errors (file_path, error_type, message, line) VALUES (?, ?, ?, ?)",
+        {path, problem.type, problem.message, problem.line});
+  }
+}
+
+/// 0 when the file has none. It is the first of the file's symbols, so the search ends at once.
+std::int64_t IndexWriter::_anchor_of(File& file) {
+  if (file.anchor == 0 && _had_files) {
+    _cursor.execute(
+        "SELECT id FROM symbols WHERE file_id = ? AND kind = 'anchor' ORDER BY id LIMIT 1",
+        {file.id});
+    if (const std::optional<Row> row = _cursor.fetchone()) file.anchor = (*row)[0].as_integer();
+  }
+  return file.anchor;
+}
+
+/// The top folder; null for a file in the root.
+Value IndexWriter::_component_of(std::string_view path) {
+  const std::size_t slash = path.find('/');
+  if (slash == std::string_view::npos) return {};
+  const std::string_view folder = path.substr(0, slash);
+  if (const auto found = _components.find(folder); found != _components.end()) return found->second;
+  _cursor.execute("INSERT INTO components (id, name, path) VALUES (?, ?, ?)",
+                  {_next_component, folder, folder});
+  _components.emplace(folder, _next_component);
+  return _next_component++;
+}
+
+void IndexWriter::_clear(const File& file) {
+  _cursor.execute("DELETE FROM edges WHERE source_id = ?", {file.anchor});
+  _cursor.execute("DELETE FROM symbols WHERE file_id = ? AND id <> ?", {file.id, file.anchor});
+  _cursor.execute("DELETE FROM external_imports WHERE file_id = ?", {file.id});
+  _cursor.execute("DELETE FROM code_chunks WHERE rowid >= ? AND rowid < ?",
+                  {file.id * CHUNKS_PER_FILE, (file.id + 1) * CHUNKS_PER_FILE});
+}
+
+IndexWriter::File IndexWriter::_write_file(const ParsedFile& file) {
+  const Value component = _component_of(file.path);
+  const auto found = _files.find(file.path);
+  const bool known = found != _files.end();
+  File row = known ? found->second : File{_next_file++, 0};
+  if (known) {
+    (void)_anchor_of(row);  // which is not cleared
+    _clear(row);
+    _cursor.execute(
+        "UPDATE files SET language = ?, hash = ?, size = ?, component_id = ? WHERE id = ?",
+        {file.language, file.source.stamp, file.source.size, component, row.id});
+  } else {
+    _cursor.execute(
+        "INSERT INTO files (id, path, language, hash, size, component_id) VALUES (?, ?, ?, ?, ?, "
+        "?)",
+        {row.id, file.path, file.language, file.source.stamp, file.source.size, component});
+  }
+  if (_anchor_of(row) == 0) {
+    row.anchor = _next_symbol++;
+    _symbols.add(row.anchor, row.id, file_name_of(file.path), file.path, "anchor", 1, file.lines,
+                 nullptr);
+  } else {
+    _cursor.execute("UPDATE symbols SET end_line = ? WHERE id = ?", {file.lines, row.anchor});
+  }
+  _files.insert_or_assign(file.path, row);
+  return row;
+}
+
+void IndexWriter::_write_symbols(const ParsedFile& file, const File& row) {
+  const std::int64_t first = _next_symbol;
+  for (const Symbol& symbol : file.symbols) {
+    const Value parent = symbol.parent == Symbol::NO_PARENT
+                             ? Value()
+                             : Value(first + static_cast<std::int64_t>(symbol.parent));
+    _symbols.add(_next_symbol++, row.id, symbol.name, symbol.fqn, symbol.kind,
+                 line_or_null(symbol.start_line), line_or_null(symbol.end_line), parent);
+  }
+  _symbols.flush(_cursor);
+}
+
+void IndexWriter::_write_imports(const ParsedFile& file, const File& row) {
+  for (const Import& import : file.imports) {
+    if (const auto target = _resolver.resolve(file.path, import.module, import.system)) {
+      _pending.push_back({row.id, row.anchor, *target, std::string(import.module), import.line});
+    } else {
+      _external.add(row.id, import.module, line_or_null(import.line));
+    }
+  }
+  _external.flush(_cursor);
+}
+
+void IndexWriter::_write_chunks(const ParsedFile& file, const File& row) {
+  std::int64_t ordinal = 0;
+  for (const Chunk& chunk : file.chunks) {
+    _chunks.add(row.id * CHUNKS_PER_FILE + ordinal++, chunk.text, chunk.start_line, chunk.end_line,
+                chunk.exact);
+  }
+  _chunks.flush(_cursor);
+}
+
+void IndexWriter::finish() {
+  for (const PendingImport& import : _pending) {
+    const auto target = _files.find(std::string(_paths[import.target]));
+    if (target != _files.end() && _anchor_of(target->second) != 0) {
+      _edges.add(import.anchor, target->second.anchor, line_or_null(import.line));
+    } else {
+      _external.add(import.file, import.module, line_or_null(import.line));
+    }
+  }
+  _pending.clear();
+  _edges.flush(_cursor);
+  _external.flush(_cursor);
+  _cursor.execute(
+      "DELETE FROM components WHERE id NOT IN"
+      " (SELECT component_id FROM files WHERE component_id IS NOT NULL)");
+}
+
+}  // namespace veldra::tool

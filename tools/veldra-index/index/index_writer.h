@@ -1,0 +1,108 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "veldra-index/index/import_resolver.h"
+#include "veldra-index/parse/parsed_file.h"
+#include "veldra/storage/database.h"
+
+namespace veldra::tool {
+
+/// Rows on their way into one statement, in memory that is used again.
+class RowBuffer {
+ public:
+  explicit RowBuffer(std::string_view sql) : _sql(sql) {}
+
+  /// Call it once per row, with as many values as the statement has placeholders.
+  template <typename... Values>
+  void add(Values&&... values) {
+    if (_used == _rows.size()) _rows.emplace_back(sizeof...(values));
+    std::size_t column = 0;
+    Params& row = _rows[_used++];
+    ((row[column++] = Value(std::forward<Values>(values))), ...);
+  }
+
+  /// Runs the statement for every row, in order.
+  void flush(Cursor& cursor);
+
+ private:
+  std::string_view _sql;
+  ParamsList _rows;
+  std::size_t _used = 0;
+};
+
+/// Puts parsed files into an index, inside one transaction of the caller.
+///
+///     IndexWriter writer(cursor, paths);
+///     writer.add(*file);        // for each
+///     writer.finish();
+///
+/// Ids are given here, so no row is looked up again. A file that the index has keeps its id and its
+/// anchor's; the rest of what it had is replaced. Import edges wait for `finish`, when every file
+/// has its anchor; an import of a file that then has none is recorded as external.
+///
+/// Thread safety: one thread. The cursor is the transaction's.
+class IndexWriter {
+ public:
+  /// `paths` are all files of the tree, for imports; must outlive the writer.
+  IndexWriter(Cursor& cursor, const std::vector<std::string_view>& paths);
+
+  /// `file` was read as text; a file whose content is as in the index only gets its new stamp.
+  void add(const ParsedFile& file);
+
+  /// Takes a file out of the index; false when it is not there.
+  bool remove(std::string_view path);
+
+  /// Replaces the error records of `path`.
+  void record_problems(std::string_view path, const std::vector<FileProblem>& problems);
+
+  /// Edges, and components without files.
+  void finish();
+
+ private:
+  struct File {
+    std::int64_t id = 0;
+    std::int64_t anchor = 0;  // 0 until it is looked up
+  };
+  struct PendingImport {
+    std::int64_t file;
+    std::int64_t anchor;
+    std::size_t target;  // a position in the list of paths
+    std::string module;
+    int line;
+  };
+
+  void _load();
+  std::int64_t _anchor_of(File& file);
+  Value _component_of(std::string_view path);
+  void _clear(const File& file);
+  File _write_file(const ParsedFile& file);
+  void _write_symbols(const ParsedFile& file, const File& row);
+  void _write_imports(const ParsedFile& file, const File& row);
+  void _write_chunks(const ParsedFile& file, const File& row);
+
+  Cursor& _cursor;
+  const std::vector<std::string_view>& _paths;
+  const ImportResolver _resolver;
+  std::unordered_map<std::string, File> _files;  // what the index has
+  std::map<std::string, std::int64_t, std::less<>> _components;
+  std::vector<PendingImport> _pending;
+  std::int64_t _next_file = 1;
+  std::int64_t _next_symbol = 1;
+  std::int64_t _next_component = 1;
+  bool _had_files = false;
+
+  RowBuffer _symbols;
+  RowBuffer _chunks;
+  RowBuffer _external;
+  RowBuffer _edges;
+};
+
+}  // namespace veldra::tool

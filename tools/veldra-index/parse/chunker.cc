@@ -1,0 +1,49 @@
+// Splitting text into chunks.
+#include "veldra-index/parse/chunker.h"
+
+#include <algorithm>
+
+namespace veldra::tool {
+namespace {
+
+/// Where a text longer than a chunk may be cut: before the last character that does not fit.
+std::size_t cut_position(std::string_view text) {
+  std::size_t position = CHUNK_MAX_BYTES;
+  while ((static_cast<unsigned char>(text[position]) & 0xC0U) == 0x80U) --position;
+  return position;
+}
+
+}  // namespace
+
+std::vector<Chunk> split_into_chunks(std::string_view text, bool exact) {
+  std::vector<Chunk> chunks;
+  std::size_t begin = 0;  // of the chunk being collected, which ends at `position`
+  std::int64_t first_line = 1;
+  std::int64_t line = 1;
+  const auto close_chunk = [&](std::size_t end) {
+    if (end > begin)
+      chunks.push_back({text.substr(begin, end - begin), first_line, line - 1, exact});
+    begin = end;
+    first_line = line;
+  };
+  for (std::size_t position = 0; position < text.size(); ++line) {
+    const std::size_t newline = text.find('\n', position);
+    const std::size_t next = newline == std::string_view::npos ? text.size() : newline + 1;
+    if (line - first_line == CHUNK_LINES || next - begin > CHUNK_MAX_BYTES) close_chunk(position);
+    while (next - begin > CHUNK_MAX_BYTES) {
+      const std::size_t length = cut_position(text.substr(begin));
+      chunks.push_back({text.substr(begin, length), line, line, false});
+      begin += length;
+    }
+    if (begin > position) {  // the rest of a line that was cut
+      if (next > begin) chunks.push_back({text.substr(begin, next - begin), line, line, false});
+      begin = next;
+      first_line = line + 1;
+    }
+    position = next;
+  }
+  close_chunk(text.size());
+  return chunks;
+}
+
+}  // namespace veldra::tool

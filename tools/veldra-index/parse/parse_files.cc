@@ -1,0 +1,225 @@
+// The threads of a pass: each reads files, has them parsed by its ctags and hands them on.
+#include "veldra-index/parse/parse_files.h"
+
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <exception>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "veldra-index/parse/ctags.h"
+#include "veldra-index/process/child_process.h"
+#include "veldra-index/process/interrupt.h"
+#include "veldra-index/terminal/failure.h"
+#include "veldra-index/tree/encoding.h"
+#include "veldra/storage/database.h"
+
+namespace veldra::tool {
+namespace {
+
+/// How much is parsed and not consumed at most.
+constexpr std::size_t READY_BYTES = 24 * 1024 * 1024;
+/// What one ctags gets: as little as pays for its start, and all of them together not more than
+/// memory should hold.
+constexpr std::int64_t BATCH_MIN_BYTES = 256 * 1024;
+constexpr std::int64_t BATCH_MAX_BYTES = 4 * 1024 * 1024;
+constexpr std::int64_t BATCHES_MAX_BYTES = 32 * 1024 * 1024;
+/// The paths of a batch are arguments of a program.
+constexpr std::size_t BATCH_PATH_BYTES = 64 * 1024;
+
+/// Divides the files among the threads: large batches first, small ones at last, so that all end at
+/// about the same time.
+std::vector<std::span<const PassFile>> make_batches(std::span<const PassFile> files, int jobs) {
+  const std::int64_t most = std::clamp(BATCHES_MAX_BYTES / jobs, BATCH_MIN_BYTES, BATCH_MAX_BYTES);
+  std::int64_t left = 0;
+  for (const PassFile& file : files) left += file.source.size;
+
+  std::vector<std::span<const PassFile>> batches;
+  while (!files.empty()) {
+    const std::int64_t wanted = std::clamp(left / (2 * jobs), BATCH_MIN_BYTES, most);
+    std::size_t count = 0;
+    std::int64_t bytes = 0;
+    for (std::size_t path_bytes = 0;
+         count < files.size() && bytes < wanted && path_bytes < BATCH_PATH_BYTES; ++count) {
+      bytes += files[count].source.size;
+      path_bytes += files[count].source.path.size();
+    }
+    batches.push_back(files.first(count));
+    files = files.subspan(count);
+    left -= bytes;
+  }
+  return batches;
+}
+
+/// Parsed files on their way to the consumer; bounded.
+///
+/// Thread safety: any member, from any thread; `_mutex` guards every field.
+class ReadyFiles {
+ public:
+  explicit ReadyFiles(int producers) : _producers(producers) {}
+
+  /// Waits for room. False when the consumer wants no more.
+  bool put(std::unique_ptr<ParsedFile> file) {
+    std::unique_lock lock(_mutex);
+    _changed.wait(lock, [this] { return _stopped || _bytes < READY_BYTES; });
+    if (_stopped) return false;
+    _bytes += file->bytes();
+    _files.push_back(std::move(file));
+    _changed.notify_all();
+    return true;
+  }
+
+  /// Waits for the next file; none when all producers are done. Throws what one of them threw.
+  std::unique_ptr<ParsedFile> take() {
+    std::unique_lock lock(_mutex);
+    _changed.wait(lock, [this] { return _error || !_files.empty() || _producers == 0; });
+    if (_error) std::rethrow_exception(_error);
+    if (_files.empty()) return nullptr;
+    std::unique_ptr<ParsedFile> file = std::move(_files.front());
+    _files.pop_front();
+    _bytes -= file->bytes();
+    _changed.notify_all();
+    return file;
+  }
+
+  void producer_done(std::exception_ptr error) {
+    const std::lock_guard lock(_mutex);
+    --_producers;
+    if (error && !_error) _error = std::move(error);
+    _changed.notify_all();
+  }
+
+  /// The consumer wants no more.
+  void stop() {
+    const std::lock_guard lock(_mutex);
+    _stopped = true;
+    _changed.notify_all();
+  }
+
+  bool stopped() {
+    const std::lock_guard lock(_mutex);
+    return _stopped;
+  }
+
+ private:
+  std::mutex _mutex;
+  std::condition_variable _changed;
+  std::deque<std::unique_ptr<ParsedFile>> _files;
+  std::size_t _bytes = 0;
+  int _producers;
+  bool _stopped = false;
+  std::exception_ptr _error;
+};
+
+/// One thread's share of a pass.
+class Worker {
+ public:
+  Worker(const std::filesystem::path& root, ReadyFiles& ready) : _root(root), _ready(ready) {}
+
+  /// False when the consumer wants no more.
+  bool run(std::span<const PassFile> batch) {
+    std::vector<std::unique_ptr<ParsedFile>> to_parse;
+    for (const PassFile& pass_file : batch) {
+      std::unique_ptr<ParsedFile> file = _read(pass_file);
+      if (!_is_to_parse(*file, pass_file)) {
+        if (!_ready.put(std::move(file))) return false;
+        continue;
+      }
+      file->chunks = split_into_chunks(file->source.text, file->source.exact);
+      file->lines = file->chunks.empty() ? 0 : file->chunks.back().end_line;
+      to_parse.push_back(std::move(file));
+    }
+    return _parse(to_parse);
+  }
+
+ private:
+  std::unique_ptr<ParsedFile> _read(const PassFile& pass_file) const {
+    auto file = std::make_unique<ParsedFile>();
+    file->path = pass_file.source.path;
+    if (find_invalid_utf8(file->path) != std::string_view::npos) {  // cannot be said in JSON
+      file->problems.push_back(
+          {"path_error", "the file's name is not UTF-8: rename it", std::nullopt});
+      return file;
+    }
+    file->source = read_source(_root, pass_file.source);
+    if (file->source.problem) file->problems.push_back(*file->source.problem);
+    return file;
+  }
+
+  static bool _is_to_parse(ParsedFile& file, const PassFile& pass_file) {
+    if (file.source.kind != SourceText::Kind::Text) return false;
+    file.same_content = !pass_file.known_stamp.empty() && content_of_stamp(pass_file.known_stamp) ==
+                                                              content_of_stamp(file.source.stamp);
+    return !file.same_content;
+  }
+
+  /// Has one ctags parse all of the files, or, where that fails, one half after the other: a file
+  /// that ends ctags is found in few steps.
+  bool _parse(std::span<std::unique_ptr<ParsedFile>> files) {
+    if (files.empty()) return true;
+    std::vector<std::string_view> paths;
+    for (const auto& file : files) paths.emplace_back(file->path);
+    CtagsAnswer answer = ask_ctags(_root, paths);
+    check_interrupted();  // ctags was killed, and its files are not to blame
+    if (!answer.complete && files.size() > 1) {
+      const std::size_t half = files.size() / 2;
+      return !_ready.stopped() && _parse(files.first(half)) && _parse(files.subspan(half));
+    }
+    for (std::size_t at = 0; at < files.size(); ++at) {
+      ParsedFile& file = *files[at];
+      file.tags = std::move(answer.tags[at]);
+      if (!answer.complete) {
+        file.problems.push_back(
+            {file.tags.empty() ? "parse_error" : std::string(PARTIAL_PARSE_ERROR),
+             "ctags ended while it parsed this file", std::nullopt});
+      }
+      read_tags(file);
+      if (!_ready.put(std::move(files[at]))) return false;
+    }
+    return true;
+  }
+
+  const std::filesystem::path& _root;
+  ReadyFiles& _ready;
+};
+
+}  // namespace
+
+void parse_files(const std::filesystem::path& root, std::span<const PassFile> files, int jobs,
+                 const std::function<void(std::unique_ptr<ParsedFile>)>& consume) {
+  const std::vector<std::span<const PassFile>> batches = make_batches(files, jobs);
+  const int count = static_cast<int>(std::min(batches.size(), static_cast<std::size_t>(jobs)));
+  std::atomic<std::size_t> next = 0;
+  ReadyFiles ready(count);
+  std::vector<std::jthread> threads;
+  struct Stop {  // destroyed before the threads are joined, on every path
+    ReadyFiles& ready;
+    ~Stop() {
+      ready.stop();
+      ChildProcess::kill_all();  // wakes a thread that still waits for its ctags
+    }
+  } const stop{ready};
+  for (int thread = 0; thread < count; ++thread) {
+    threads.emplace_back([&] {
+      std::exception_ptr error;
+      try {
+        Worker worker(root, ready);
+        for (std::size_t batch = next++; batch < batches.size(); batch = next++) {
+          check_interrupted();
+          if (!worker.run(batches[batch])) break;
+        }
+      } catch (...) {  // rethrown on the calling thread
+        error = std::current_exception();
+      }
+      ready.producer_done(std::move(error));
+    });
+  }
+  while (std::unique_ptr<ParsedFile> file = ready.take()) consume(std::move(file));
+  check_interrupted();
+}
+
+}  // namespace veldra::tool

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <exception>
+#include <string>
+
+#include "veldra-index/tree/index_place.h"
+
+namespace veldra::tool {
+
+/// One line for the user: what went wrong, with the words of whoever found it, and what to do.
+std::string error_text(const std::exception& error, const std::string& db);
+
+}  // namespace veldra::tool
