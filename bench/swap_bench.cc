@@ -1,9 +1,13 @@
 // Replacing the whole index: how long it takes, what memory it needs, what queries feel of it.
 #include <malloc.h>
+#include <time.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <fstream>
+#include <functional>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <thread>
@@ -45,7 +49,7 @@ void bare_swap(BareConnection& bare, const std::string& staging) {
   sqlite3_reset(ddl);
 
   bare.run(("ATTACH DATABASE '" + staging + "' AS stg").c_str());
-  bare.run("BEGIN");
+  bare.run("BEGIN IMMEDIATE");  // another writer may come between a read and a write
   bare.run("DROP TABLE code_chunks");
   bare.run(chunks.c_str());
   for (const char* const table : CLEARING) bare.run(("DELETE FROM " + std::string(table)).c_str());
@@ -79,28 +83,136 @@ double peak_memory(Work work) {
   return memory("VmHWM:") - before;
 }
 
-void swap_index(benchmark::State& state) {
+/// A writer of another connection, which commits one small change after the other; SQLite keeps the
+/// connections of one process from each other as it does those of two.
+class OtherWriter {
+ public:
+  explicit OtherWriter(const fs::path& path)
+      : _thread([this, path](const std::stop_token& stop) {
+          BareConnection other(path);
+          sqlite3_busy_timeout(other.get(), 60'000);
+          while (!stop.stop_requested()) {
+            const Clock::time_point start = Clock::now();
+            other.run("INSERT OR REPLACE INTO schema_info (key, value) VALUES ('beat', '1')");
+            _longest_wait = std::max(_longest_wait, seconds_since(start));
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+          }
+        }) {}
+
+  void request_stop() { _thread.request_stop(); }
+
+  /// In seconds; ends the writer.
+  double longest_wait() {
+    _thread.join();
+    return _longest_wait;
+  }
+
+ private:
+  double _longest_wait = 0;
+  std::jthread _thread;
+};
+
+/// What a swap costs beside the time it takes.
+class Costs {
+ public:
+  explicit Costs(fs::path index) : _index(std::move(index)) {}
+
+  void prepare() {
+    _end_last_run();
+    _writer.emplace(_index);
+  }
+
+  template <typename Work>
+  void measure(Work work) {
+    const double before = processor_seconds();
+    work();
+    _processor.push_back(processor_seconds() - before);
+    _writer->request_stop();
+  }
+
+  std::vector<double> processor() { return {_processor.begin() + 1, _processor.end()}; }
+  std::vector<double> waits() {
+    _end_last_run();
+    return {_waits.begin() + 1, _waits.end()};  // without the first run, which warms up
+  }
+
+ private:
+  /// Of the calling thread.
+  static double processor_seconds() {
+    timespec time{};
+    ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+  }
+
+  void _end_last_run() {
+    if (_writer) _waits.push_back(_writer->longest_wait());
+    _writer.reset();
+  }
+
+  fs::path _index;
+  std::optional<OtherWriter> _writer;
+  std::vector<double> _processor, _waits;
+};
+
+std::vector<double> divided(const std::vector<double>& values, const std::vector<double>& by) {
+  std::vector<double> ratios;
+  std::ranges::transform(values, by, std::back_inserter(ratios), std::divides<>());
+  return ratios;
+}
+
+/// A staging file that holds the rows and the text, but no index of either.
+void strip(const fs::path& staging) {
+  BareConnection bare(staging);
+  sqlite3_exec(
+      bare.get(),
+      "PRAGMA foreign_keys = OFF; DROP INDEX files_by_component; DROP INDEX symbols_by_file;"
+      "DROP INDEX edges_by_source; DROP INDEX edges_by_target; DROP INDEX symbols_by_name;"
+      "DROP INDEX external_imports_by_file; DROP INDEX external_imports_by_module;"
+      "DROP INDEX index_errors_by_file;"
+      "CREATE TABLE text AS SELECT rowid AS id, * FROM code_chunks; DROP TABLE code_chunks;"
+      "CREATE TABLE code_chunks (text, start_line, end_line, exact);"
+      "INSERT INTO code_chunks (rowid, text, start_line, end_line, exact)"
+      " SELECT id, text, start_line, end_line, exact FROM text; DROP TABLE text; VACUUM",
+      nullptr, nullptr, nullptr);
+  bare.check(sqlite3_errcode(bare.get()));
+}
+
+void swap_index(benchmark::State& state, StagingTrust trust, bool whole, double limit) {
   const TempDirectory directory;
   const fs::path full = directory / "full.db";
   make_index(full, LARGE);
   const fs::path staging = copy_index(full, directory / "staging.db");
+  if (!whole) strip(staging);
 
   std::optional<BareConnection> bare;
   std::optional<Database> db;
+  Costs bare_costs(directory / "bare.db"), own_costs(directory / "veldra.db");
   const auto open_db = [&] {
     if (db) db->close();
     db.emplace(copy_index(full, directory / "veldra.db")).connect();
   };
   open_db();
-  const double peak = peak_memory([&] { db->swap_index_from(staging); });
-  compare(state, 1, 0.5,
-          {.bare = {.run = [&] { bare_swap(*bare, staging.string()); },
-                    .before =
-                        [&] {
-                          bare.reset();
-                          bare.emplace(copy_index(full, directory / "bare.db"));
-                        }},
-           .veldra = {.run = [&] { db->swap_index_from(staging); }, .before = open_db}});
+  const double peak = peak_memory([&] { db->swap_index_from(staging, trust); });
+  compare(
+      state, 1, limit,
+      {.bare = {.run = [&] { bare_costs.measure([&] { bare_swap(*bare, staging.string()); }); },
+                .before =
+                    [&] {
+                      bare.reset();
+                      bare.emplace(copy_index(full, directory / "bare.db"));
+                      bare_costs.prepare();
+                    }},
+       .veldra = {.run = [&] { own_costs.measure([&] { db->swap_index_from(staging, trust); }); },
+                  .before =
+                      [&] {
+                        open_db();
+                        own_costs.prepare();
+                      }}});
+  const std::vector<double> bare_waits = bare_costs.waits(), own_waits = own_costs.waits();
+  report(state, "ratio_cpu", divided(own_costs.processor(), bare_costs.processor()));
+  report(state, "ratio_wait", divided(own_waits, bare_waits));
+  report(state, "wait_bare", {quantile(bare_waits, 0.5)});
+  report(state, "wait_veldra", {quantile(own_waits, 0.5)});
   report(state, "file_mib", {static_cast<double>(fs::file_size(full)) / 1048576});
   report(state, "peak_mib", {peak});
   db->close();
@@ -176,7 +288,13 @@ void queries_beside_a_swap(benchmark::State& state) {
   db.close();
 }
 
-BENCHMARK(swap_index)->Iterations(3)->UseManualTime()->Unit(benchmark::kSecond);
+void measured_alike(benchmark::internal::Benchmark* swap) {
+  swap->Iterations(3)->UseManualTime()->Unit(benchmark::kSecond);
+}
+
+BENCHMARK_CAPTURE(swap_index, vouched, StagingTrust::Vouched, true, 0.10)->Apply(measured_alike);
+BENCHMARK_CAPTURE(swap_index, checked, StagingTrust::Checked, true, 0.20)->Apply(measured_alike);
+BENCHMARK_CAPTURE(swap_index, stripped, StagingTrust::Vouched, false, 0.25)->Apply(measured_alike);
 BENCHMARK(queries_beside_a_swap)->Iterations(3)->UseManualTime()->Unit(benchmark::kSecond);
 
 }  // namespace
