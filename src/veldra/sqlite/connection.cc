@@ -149,12 +149,12 @@ void Connection::attach(const std::filesystem::path& path, const std::string& sc
 }
 
 void Connection::detach() noexcept {
-  const auto guard = _state->lock();
+  const auto guard = _state->lock_or_join();
   if (_state->db != nullptr) _state->detach_attachment();
 }
 
 int Connection::configure(int option, int value) noexcept {
-  const auto guard = _state->lock();
+  const auto guard = _state->lock_or_join();
   int before = 0;
   if (_state->db != nullptr) {
     sqlite3_db_config(_state->db, option, -1, &before);
