@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <memory>
+#include <new>
 #include <system_error>
 #include <typeinfo>
 
@@ -71,17 +72,25 @@ void keep_logging_alive() {
 }
 
 void log_line(LogUnit unit, LogLevel level, std::string_view message) {
-  const std::shared_ptr<spdlog::logger> logger = logger_for(unit);
-  if (logger == nullptr) return;
-  logger->log(spdlog_level(level), spdlog::string_view_t(message.data(), message.size()));
+  try {
+    const std::shared_ptr<spdlog::logger> logger = logger_for(unit);
+    if (logger == nullptr) return;
+    logger->log(spdlog_level(level), spdlog::string_view_t(message.data(), message.size()));
+  } catch (const std::bad_alloc&) {
+    // Lost, as the header says.
+  }
 }
 
 void log_line(LogUnit unit, LogLevel level, std::string_view message, const std::exception& error,
               std::string_view doing) {
-  std::string text(message);
-  text.append("\n").append(error_type_name(error)).append(": ").append(error.what());
-  text.append("\n").append(doing);
-  log_line(unit, level, text);
+  try {
+    std::string text(message);
+    text.append("\n").append(error_type_name(error)).append(": ").append(error.what());
+    text.append("\n").append(doing);
+    log_line(unit, level, text);
+  } catch (const std::bad_alloc&) {
+    log_line(unit, level, message);  // without the error it may still fit
+  }
 }
 
 std::string quoted(std::string_view text) {

@@ -24,7 +24,8 @@ enum class LogLevel : std::uint8_t { Debug, Info, Warning, Error };
 /// Logging then works until the caller is destroyed, also where that is a static object.
 void keep_logging_alive();
 
-/// Writes `message` as one record, as it stands: nothing in it is a placeholder.
+/// Writes `message` as one record, as it stands: nothing in it is a placeholder. A line for which
+/// there is no memory is lost: what it tells of has happened all the same.
 void log_line(LogUnit unit, LogLevel level, std::string_view message);
 
 /// The same with the error being handled attached, on lines of its own in the same record:

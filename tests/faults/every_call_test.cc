@@ -10,6 +10,7 @@
 #include "faults/measured.h"
 #include "faults/operations.h"
 #include "support/database_test_access.h"
+#include "support/failing_new.h"
 #include "support/fault_vfs.h"
 
 namespace veldra {
@@ -47,23 +48,43 @@ void expect_at_rest(Database& db) {
   sqlite3_stmt* statement = nullptr;
   while ((statement = sqlite3_next_stmt(writer->handle(), statement)) != nullptr)
     EXPECT_EQ(sqlite3_stmt_busy(statement), 0) << "left running: " << sqlite3_sql(statement);
+  EXPECT_EQ(db.fetchone("SELECT 1")->size(), 1U);
+  for (const char* const writes_nothing : {"BEGIN IMMEDIATE", "COMMIT"})
+    EXPECT_NO_THROW(db.execute(writes_nothing));
+}
+
+/// One commit: an error says that nothing has changed.
+bool is_all_or_nothing(const Operation& it) {
+  static const std::set<std::string> OPERATIONS = {
+      "create_schema",   "transaction",  "execute",  "refresh_extractor_stamp",
+      "swap_index_from", "record_error", "clear_all"};
+  return OPERATIONS.contains(it.name);
 }
 
 class EveryCallTest : public OperationTest {
  protected:
-  /// Runs the operation with faults from where it begins; false when it met none.
-  bool meets_faults(const std::function<void()>& begin_faults) {
+  /// Runs the operation with faults from where it begins, among them those of operator new's n-th
+  /// call or of all from it on; false when it met none.
+  bool meets_faults(const std::function<void()>& begin_faults, int failing_new = 0,
+                    bool lasting = false) {
     TempDirectory directory;
     copy_files(directory);
     Database db(index_in(directory.path()));
     prepare(db);
     begin_faults();
-    error = outcome_of([&] { GetParam().run(db); });
+    error = outcome_of([&] {
+      const FailingNew allocations(failing_new, lasting);
+      GetParam().run(db);
+    });
     vfs.heal();
-    if (vfs.injected().empty()) return false;
-    SCOPED_TRACE(vfs.injected() + " gave '" + error + "'");
+    const std::string met = FailingNew::met() ? "operator new" : vfs.injected();
+    if (met.empty()) return false;
+    SCOPED_TRACE(met + " gave '" + error + "'");
     expect_at_rest(db);
     expect_whole(db.db_path);
+    if (FailingNew::met() && !error.empty() && is_all_or_nothing(GetParam())) {
+      EXPECT_EQ(look_at(db.db_path).content, start) << "an error, though it was done";
+    }
     expect_works(db);
     EXPECT_EQ(vfs.open_files(), 0) << "a connection stayed open";
     errors += error.empty() ? 0 : 1;
@@ -90,6 +111,33 @@ TEST_P(EveryCallTest, FailsCleanly) {
       }
     }
     measured("every call", GetParam().name + "|" + name, points, std::to_string(errors));
+  }
+}
+
+TEST_P(EveryCallTest, FailsCleanlyWhereverMemoryForObjectsEnds) {
+  note_states();
+  const bool every_point = asked_for("VELDRA_EVERY_POINT", 0) != 0;
+  for (const bool lasting : {false, true}) {
+    for (int n = 1;; n += every_point ? 1 : 1 + n / 10) {
+      SCOPED_TRACE("allocation " + std::to_string(n) + (lasting ? " and all after it" : ""));
+      if (!meets_faults([] {}, n, lasting)) break;
+    }
+  }
+  measured("every call", GetParam().name + "|operator new", points, std::to_string(errors));
+}
+
+TEST(ValueTest, ACopyThatMemoryEndsInLeavesBothWhole) {
+  const Params values = {std::string(100, 'x'), 1, Blob(100)};
+  for (int n = 1;; ++n) {
+    Params copy = {std::string(50, 'y'), Blob(50), nullptr};
+    try {
+      const FailingNew allocations(n, false);
+      copy = Params(values);
+      copy[2] = values[0];
+    } catch (const std::bad_alloc&) {
+    }
+    if (!FailingNew::met()) break;
+    EXPECT_TRUE(copy[0].as_text().starts_with(copy[0] == values[0] ? 'x' : 'y'));
   }
 }
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "support/failing_new.h"
 #include "support/old_file.h"
 #include "support/pages.h"
 #include "support/temp_database.h"
@@ -117,11 +118,13 @@ std::string outcome_of(const std::function<void()>& run) {
     run();
     return "";
   } catch (const std::exception& error) {
-    const bool documented = (dynamic_cast<const Error*>(&error) != nullptr &&
-                             dynamic_cast<const ProgrammingError*>(&error) == nullptr) ||
-                            dynamic_cast<const OSError*>(&error) != nullptr ||
-                            dynamic_cast<const RuntimeError*>(&error) != nullptr ||
-                            dynamic_cast<const SchemaMigrationError*>(&error) != nullptr;
+    const bool documented =
+        (dynamic_cast<const Error*>(&error) != nullptr &&
+         dynamic_cast<const ProgrammingError*>(&error) == nullptr) ||
+        dynamic_cast<const OSError*>(&error) != nullptr ||
+        (dynamic_cast<const std::bad_alloc*>(&error) != nullptr && FailingNew::met()) ||
+        dynamic_cast<const RuntimeError*>(&error) != nullptr ||
+        dynamic_cast<const SchemaMigrationError*>(&error) != nullptr;
     EXPECT_TRUE(documented) << typeid(error).name() << ": " << error.what();
     return error.what();
   }
@@ -142,7 +145,7 @@ void OperationTest::note_states() {
   std::function<std::string()> note = [&] {
     return *states.insert(look_at(db.db_path).content).first;
   };
-  note();
+  start = note();
   prepare(db);
   if (GetParam().kind != Connects) {
     note();

@@ -84,6 +84,7 @@ class OperationTest : public testing::TestWithParam<Operation> {
 
   std::set<std::string> states;
   std::set<std::string> ends;  ///< after one run, and after two
+  std::string start;           ///< before the first
   std::string end;             ///< after one
 
  private:
