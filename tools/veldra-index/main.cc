@@ -18,6 +18,7 @@
 #include "veldra-index/terminal/error_text.h"
 #include "veldra-index/terminal/failure.h"
 #include "veldra-index/terminal/progress.h"
+#include "veldra-index/tree/index_place.h"
 
 namespace veldra::tool {
 namespace {

@@ -6,8 +6,8 @@
 #include <nlohmann/json.hpp>
 #include <tuple>
 
-#include "veldra-index/parse/parsed_file.h"
 #include "veldra-index/parse/tag_division.h"
+#include "veldra-index/parse/tag_import.h"
 
 namespace veldra::tool {
 namespace {

@@ -1,9 +1,11 @@
 #pragma once
 
-#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
+
+#include "veldra-index/search/symbol_search.h"
+#include "veldra-index/search/text_search.h"
 
 namespace veldra::tool {
 
@@ -15,21 +17,6 @@ struct Options {
   bool color = false;
   bool quiet = false;
   int jobs = 1;  // threads that parse
-};
-
-struct SearchOptions {
-  std::string text;
-  bool fts = false;                 // `text` is raw full-text syntax
-  std::optional<std::string> path;  // a pattern
-  std::int64_t limit = 20;
-  std::int64_t context = 1;  // lines around a hit
-};
-
-struct SymbolsOptions {
-  std::string name;
-  std::optional<std::string> kind;
-  std::optional<std::string> path;
-  std::int64_t limit = 50;
 };
 
 /// The commands, each in the file of its name. They print to standard output, return the exit

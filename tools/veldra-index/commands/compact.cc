@@ -6,10 +6,11 @@
 #include <thread>
 
 #include "veldra-index/commands/commands.h"
+#include "veldra-index/index/open_index.h"
 #include "veldra-index/terminal/failure.h"
-#include "veldra-index/terminal/output.h"
+#include "veldra-index/terminal/json_output.h"
+#include "veldra-index/terminal/number_text.h"
 #include "veldra-index/terminal/progress.h"
-#include "veldra-index/tree/index_place.h"
 
 namespace veldra::tool {
 namespace {

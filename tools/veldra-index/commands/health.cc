@@ -7,10 +7,11 @@
 
 #include "veldra-index/commands/commands.h"
 #include "veldra-index/commands/sqlite_release.h"
+#include "veldra-index/index/open_index.h"
 #include "veldra-index/terminal/failure.h"
-#include "veldra-index/terminal/output.h"
+#include "veldra-index/terminal/json_output.h"
+#include "veldra-index/terminal/number_text.h"
 #include "veldra-index/terminal/progress.h"
-#include "veldra-index/tree/index_place.h"
 
 namespace veldra::tool {
 namespace {

@@ -5,12 +5,15 @@
 #include <iostream>
 
 #include "veldra-index/commands/commands.h"
+#include "veldra-index/index/build_lock.h"
 #include "veldra-index/index/index_pass.h"
+#include "veldra-index/index/open_index.h"
 #include "veldra-index/index/staging_file.h"
 #include "veldra-index/parse/ctags.h"
 #include "veldra-index/process/interrupt.h"
 #include "veldra-index/terminal/failure.h"
-#include "veldra-index/terminal/output.h"
+#include "veldra-index/terminal/json_output.h"
+#include "veldra-index/terminal/number_text.h"
 #include "veldra-index/terminal/progress.h"
 
 namespace veldra::tool {

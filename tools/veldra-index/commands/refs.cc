@@ -1,68 +1,37 @@
 // veldra-index refs: who imports a file or a module.
-#include <algorithm>
 #include <iostream>
 
 #include "veldra-index/commands/commands.h"
-#include "veldra-index/index/import_resolver.h"
+#include "veldra-index/index/open_index.h"
+#include "veldra-index/search/importers.h"
 #include "veldra-index/terminal/failure.h"
-#include "veldra-index/terminal/output.h"
-#include "veldra-index/tree/index_place.h"
+#include "veldra-index/terminal/json_output.h"
+#include "veldra-index/terminal/style.h"
 
 namespace veldra::tool {
-namespace {
-
-/// A name is a path, the end of one, or, as an import would have it, a module of the repository.
-constexpr std::string_view IMPORTERS =
-    "SELECT importer.path AS file, edges.line AS line, imported.path AS imports, 0 AS external"
-    " FROM files imported"
-    " JOIN symbols target ON target.file_id = imported.id AND target.kind = 'anchor'"
-    " JOIN edges ON edges.target_id = target.id AND edges.kind = 'import'"
-    " JOIN symbols source ON source.id = edges.source_id"
-    " JOIN files importer ON importer.id = source.file_id"
-    " WHERE imported.path IN (?1, ?2) OR substr(imported.path, -length(?1) - 1) = '/' || ?1"
-    " UNION ALL "
-    "SELECT files.path, external_imports.line, module, 1"
-    " FROM external_imports JOIN files ON files.id = file_id"
-    " WHERE module = ?1 OR substr(module, -length(?1) - 1) = '/' || ?1"
-    " ORDER BY imports, file, line";
-
-std::optional<std::string> file_of_module(Database& index, const std::string& name) {
-  const std::vector<Row> rows = index.fetchall("SELECT path FROM files ORDER BY path");
-  std::vector<std::string_view> paths;
-  for (const Row& row : rows) paths.push_back(row[0].as_text());
-  const ImportResolver resolver(paths);
-  // An import takes the extension of the file that has it; here any will do.
-  static constexpr std::string_view IMPORTERS_OF_MODULES[] = {"",       "x.py", "x.rb",
-                                                              "x.java", "x.pm", "x.jl"};
-  for (const std::string_view importer : IMPORTERS_OF_MODULES) {
-    if (const auto found = resolver.resolve(importer, name)) return std::string(paths[*found]);
-  }
-  return std::nullopt;
-}
-
-}  // namespace
 
 int refs(const Options& options, const std::string& name) {
   const IndexPlace place = find_index(options.directory, options.db);
   OpenIndex index = OpenIndex::existing(place);
-  const std::vector<Row> rows = index->fetchall(IMPORTERS, {name, file_of_module(*index, name)});
+  const std::vector<Importer> importers = importers_of(*index, name);
   if (options.json) {
     Json json = Json::array();
-    for (const Row& row : rows) {
-      json.push_back({{"file", to_json(row[0])},
-                      {"line", to_json(row[1])},
-                      {"imports", to_json(row[2])},
-                      {"external", row[3].as_integer() != 0}});
+    for (const Importer& importer : importers) {
+      json.push_back({{"file", importer.file},
+                      {"line", importer.line ? Json(*importer.line) : Json()},
+                      {"imports", importer.imports},
+                      {"external", importer.external}});
     }
     print_json(json);
     return EXIT_DONE;
   }
   const Style style(options.color);
-  for (const Row& row : rows) {
-    std::cout << style.path(to_text(row[0])) << ':' << style.number(to_text(row[1])) << ": imports "
-              << to_text(row[2]) << '\n';
+  for (const Importer& importer : importers) {
+    const std::string line = importer.line ? std::to_string(*importer.line) : std::string();
+    std::cout << style.path(one_line(importer.file)) << ':' << style.number(line) << ": imports "
+              << one_line(importer.imports) << '\n';
   }
-  if (rows.empty() && !options.quiet) std::cout << "nobody imports " << name << '\n';
+  if (importers.empty() && !options.quiet) std::cout << "nobody imports " << name << '\n';
   return EXIT_DONE;
 }
 

@@ -5,9 +5,11 @@
 #include <iostream>
 
 #include "veldra-index/commands/commands.h"
+#include "veldra-index/index/open_index.h"
 #include "veldra-index/terminal/failure.h"
-#include "veldra-index/terminal/output.h"
-#include "veldra-index/tree/index_place.h"
+#include "veldra-index/terminal/json_output.h"
+#include "veldra-index/terminal/style.h"
+#include "veldra-index/terminal/table.h"
 
 namespace veldra::tool {
 namespace {

@@ -2,9 +2,10 @@
 #include <iostream>
 
 #include "veldra-index/commands/commands.h"
+#include "veldra-index/index/open_index.h"
 #include "veldra-index/terminal/failure.h"
-#include "veldra-index/terminal/output.h"
-#include "veldra-index/tree/index_place.h"
+#include "veldra-index/terminal/json_output.h"
+#include "veldra-index/terminal/number_text.h"
 
 namespace veldra::tool {
 

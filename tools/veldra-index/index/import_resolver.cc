@@ -4,19 +4,10 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "veldra-index/tree/path_text.h"
+
 namespace veldra::tool {
 namespace {
-
-std::string_view folder_of(std::string_view path) {
-  const std::size_t slash = path.rfind('/');
-  return slash == std::string_view::npos ? std::string_view() : path.substr(0, slash);
-}
-
-std::string_view extension_of(std::string_view path) {
-  const std::string_view name = file_name_of(path);
-  const std::size_t dot = name.rfind('.');
-  return dot == std::string_view::npos ? std::string_view() : name.substr(dot);
-}
 
 std::size_t shared_folders(std::string_view left, std::string_view right) {
   std::size_t shared = 0;
@@ -48,10 +39,6 @@ std::string module_path(std::string_view module) {
 }
 
 }  // namespace
-
-std::string_view file_name_of(std::string_view path) {
-  return path.substr(path.rfind('/') + 1);
-}
 
 ImportResolver::ImportResolver(const std::vector<std::string_view>& paths) : _paths(paths) {
   _by_file_name.reserve(paths.size());

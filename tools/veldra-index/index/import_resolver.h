@@ -37,7 +37,4 @@ class ImportResolver {
   std::unordered_multimap<std::string_view, std::size_t> _by_file_name;
 };
 
-/// The part behind the last slash.
-std::string_view file_name_of(std::string_view path);
-
 }  // namespace veldra::tool

@@ -1,6 +1,8 @@
 // From parsed files to rows.
 #include "veldra-index/index/index_writer.h"
 
+#include "veldra-index/tree/path_text.h"
+
 namespace veldra::tool {
 namespace {
 

@@ -3,117 +3,21 @@
 
 #include <algorithm>
 #include <atomic>
-#include <condition_variable>
-#include <cstdint>
-#include <deque>
 #include <exception>
-#include <mutex>
 #include <thread>
 #include <vector>
 
+#include "veldra-index/parse/batches.h"
 #include "veldra-index/parse/ctags.h"
+#include "veldra-index/parse/ready_files.h"
+#include "veldra-index/parse/tag_import.h"
 #include "veldra-index/process/child_process.h"
 #include "veldra-index/process/interrupt.h"
-#include "veldra-index/terminal/failure.h"
 #include "veldra-index/tree/encoding.h"
 #include "veldra/storage/database.h"
 
 namespace veldra::tool {
 namespace {
-
-/// How much is parsed and not consumed at most.
-constexpr std::size_t READY_BYTES = 24 * 1024 * 1024;
-/// What one ctags gets: as little as pays for its start, and all of them together not more than
-/// memory should hold.
-constexpr std::int64_t BATCH_MIN_BYTES = 256 * 1024;
-constexpr std::int64_t BATCH_MAX_BYTES = 4 * 1024 * 1024;
-constexpr std::int64_t BATCHES_MAX_BYTES = 32 * 1024 * 1024;
-/// The paths of a batch are arguments of a program.
-constexpr std::size_t BATCH_PATH_BYTES = 64 * 1024;
-
-/// Divides the files among the threads: large batches first, small ones at last, so that all end at
-/// about the same time.
-std::vector<std::span<const PassFile>> make_batches(std::span<const PassFile> files, int jobs) {
-  const std::int64_t most = std::clamp(BATCHES_MAX_BYTES / jobs, BATCH_MIN_BYTES, BATCH_MAX_BYTES);
-  std::int64_t left = 0;
-  for (const PassFile& file : files) left += file.source.size;
-
-  std::vector<std::span<const PassFile>> batches;
-  while (!files.empty()) {
-    const std::int64_t wanted = std::clamp(left / (2 * jobs), BATCH_MIN_BYTES, most);
-    std::size_t count = 0;
-    std::int64_t bytes = 0;
-    for (std::size_t path_bytes = 0;
-         count < files.size() && bytes < wanted && path_bytes < BATCH_PATH_BYTES; ++count) {
-      bytes += files[count].source.size;
-      path_bytes += files[count].source.path.size();
-    }
-    batches.push_back(files.first(count));
-    files = files.subspan(count);
-    left -= bytes;
-  }
-  return batches;
-}
-
-/// Parsed files on their way to the consumer; bounded.
-///
-/// Thread safety: any member, from any thread; `_mutex` guards every field.
-class ReadyFiles {
- public:
-  explicit ReadyFiles(int producers) : _producers(producers) {}
-
-  /// Waits for room. False when the consumer wants no more.
-  bool put(std::unique_ptr<ParsedFile> file) {
-    std::unique_lock lock(_mutex);
-    _changed.wait(lock, [this] { return _stopped || _bytes < READY_BYTES; });
-    if (_stopped) return false;
-    _bytes += file->bytes();
-    _files.push_back(std::move(file));
-    _changed.notify_all();
-    return true;
-  }
-
-  /// Waits for the next file; none when all producers are done. Throws what one of them threw.
-  std::unique_ptr<ParsedFile> take() {
-    std::unique_lock lock(_mutex);
-    _changed.wait(lock, [this] { return _error || !_files.empty() || _producers == 0; });
-    if (_error) std::rethrow_exception(_error);
-    if (_files.empty()) return nullptr;
-    std::unique_ptr<ParsedFile> file = std::move(_files.front());
-    _files.pop_front();
-    _bytes -= file->bytes();
-    _changed.notify_all();
-    return file;
-  }
-
-  void producer_done(std::exception_ptr error) {
-    const std::lock_guard lock(_mutex);
-    --_producers;
-    if (error && !_error) _error = std::move(error);
-    _changed.notify_all();
-  }
-
-  /// The consumer wants no more.
-  void stop() {
-    const std::lock_guard lock(_mutex);
-    _stopped = true;
-    _changed.notify_all();
-  }
-
-  bool stopped() {
-    const std::lock_guard lock(_mutex);
-    return _stopped;
-  }
-
- private:
-  std::mutex _mutex;
-  std::condition_variable _changed;
-  std::deque<std::unique_ptr<ParsedFile>> _files;
-  std::size_t _bytes = 0;
-  int _producers;
-  bool _stopped = false;
-  std::exception_ptr _error;
-};
 
 /// One thread's share of a pass.
 class Worker {

@@ -5,18 +5,11 @@
 #include <functional>
 #include <memory>
 #include <span>
-#include <string>
 
+#include "veldra-index/parse/batches.h"
 #include "veldra-index/parse/parsed_file.h"
-#include "veldra-index/tree/source_file.h"
 
 namespace veldra::tool {
-
-/// One file of a pass.
-struct PassFile {
-  SourcePath source;
-  std::string known_stamp;  // of a file in the index that is not stale; empty otherwise
-};
 
 /// Reads and parses `files`, with `jobs` threads and one ctags process each for some files at a
 /// time, and gives every one to `consume` on the calling thread, as it gets ready: in no fixed

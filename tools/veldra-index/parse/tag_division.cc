@@ -5,8 +5,8 @@
 #include <functional>
 #include <string>
 
-#include "veldra-index/index/import_resolver.h"
 #include "veldra-index/parse/tag_reader.h"
+#include "veldra-index/tree/path_text.h"
 
 namespace veldra::tool {
 namespace {

@@ -10,7 +10,6 @@
 #include <string_view>
 
 #include "veldra-index/process/child_process.h"
-#include "veldra-index/terminal/failure.h"
 
 namespace veldra::tool {
 namespace {

@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
@@ -26,6 +27,14 @@ class InterruptWatch {
  private:
   sigset_t _signals{};
   std::thread _thread;
+};
+
+/// A signal asked the command to stop; thrown where nothing is half done.
+class Interrupted : public std::runtime_error {
+ public:
+  explicit Interrupted(int signal) : std::runtime_error("interrupted"), signal_number(signal) {}
+
+  const int signal_number;
 };
 
 /// Throws `Interrupted` once a signal has come inside a `StopInOrder`. Any thread.

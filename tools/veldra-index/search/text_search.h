@@ -7,11 +7,18 @@
 #include <utility>
 #include <vector>
 
-#include "veldra-index/commands/commands.h"
 #include "veldra-index/search/hit_lines.h"
 #include "veldra/storage/database.h"
 
 namespace veldra::tool {
+
+struct SearchOptions {
+  std::string text;
+  bool fts = false;                 // `text` is raw full-text syntax
+  std::optional<std::string> path;  // a pattern
+  std::int64_t limit = 20;          // lines at most
+  std::int64_t context = 1;         // lines around a hit
+};
 
 /// A line in which something was found, and the lines around it.
 struct Hit {

@@ -1,9 +1,9 @@
 // Errors as the user reads them.
 #include "veldra-index/terminal/error_text.h"
 
-#include <system_error>
+#include <new>
 
-#include "veldra-index/terminal/failure.h"
+#include "veldra/errors.h"
 
 namespace veldra::tool {
 namespace {

@@ -3,8 +3,6 @@
 #include <exception>
 #include <string>
 
-#include "veldra-index/tree/index_place.h"
-
 namespace veldra::tool {
 
 /// One line for the user: what went wrong, with the words of whoever found it, and what to do.

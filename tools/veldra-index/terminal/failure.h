@@ -19,12 +19,4 @@ class Failure : public std::runtime_error {
   const int status;
 };
 
-/// A signal asked the command to stop; thrown where nothing is half done.
-class Interrupted : public std::runtime_error {
- public:
-  explicit Interrupted(int signal) : std::runtime_error("interrupted"), signal_number(signal) {}
-
-  const int signal_number;
-};
-
 }  // namespace veldra::tool

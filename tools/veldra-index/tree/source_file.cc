@@ -13,6 +13,7 @@
 #include <system_error>
 
 #include "veldra-index/tree/encoding.h"
+#include "veldra-index/tree/file_descriptor.h"
 
 namespace veldra::tool {
 namespace {
@@ -20,21 +21,6 @@ namespace {
 constexpr std::int64_t UNSETTLED_NS = 2'000'000'000;
 // Enough to tell most binary files; git looks at as many.
 constexpr std::size_t FIRST_BYTES = 8000;
-
-class FileDescriptor {
- public:
-  explicit FileDescriptor(const std::filesystem::path& path)
-      : _fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK)) {}
-  FileDescriptor(const FileDescriptor&) = delete;
-  FileDescriptor& operator=(const FileDescriptor&) = delete;
-  ~FileDescriptor() {
-    if (_fd >= 0) ::close(_fd);
-  }
-  int get() const { return _fd; }
-
- private:
-  const int _fd;
-};
 
 FileProblem io_problem(int error) {
   return {"io_error", std::generic_category().message(error), std::nullopt};
@@ -97,7 +83,8 @@ std::uint64_t hash_of(std::string_view bytes) {
 
 SourceText read_source(const std::filesystem::path& root, const SourcePath& source) {
   SourceText result;
-  const FileDescriptor file(root / source.path);
+  const FileDescriptor file(
+      ::open((root / source.path).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
   struct stat status {};
   if (file.get() < 0 || ::fstat(file.get(), &status) != 0) {
     result.problem = io_problem(errno);

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "veldra/storage/database.h"
+
+namespace veldra::tool {
+
+/// A place where something is imported.
+struct Importer {
+  std::string file;
+  std::optional<std::int64_t> line;
+  std::string imports;  // the path of a file of the repository, or a module outside
+  bool external;
+};
+
+/// Who imports `name`: a file's path, the end of one, or a module as an import would name it.
+std::vector<Importer> importers_of(Database& index, const std::string& name);
+
+}  // namespace veldra::tool
