@@ -6,7 +6,8 @@ set -u
 packages=(
   g++ cmake ninja-build pkg-config                    # building
   libsqlite3-dev libspdlog-dev                        # the library
-  libcli11-dev nlohmann-json3-dev universal-ctags     # the tool
+  libcli11-dev libfmt-dev nlohmann-json3-dev          # the tool
+  universal-ctags
   libgtest-dev libgmock-dev                           # the tests
   libbenchmark-dev libsqlitecpp-dev python3           # the benchmarks
   dpkg-dev file                                       # the .deb package

@@ -1,7 +1,7 @@
 // veldra-index check: whether the file and the full-text index in it are sound.
 #include <iostream>
 
-#include "veldra-index/commands/commands.h"
+#include "veldra-index/commands/command.h"
 #include "veldra-index/index/open_index.h"
 #include "veldra-index/terminal/failure.h"
 #include "veldra-index/terminal/json_output.h"
@@ -29,8 +29,6 @@ bool file_is_sound(Database& index) {
   return index.check_integrity();
 }
 
-}  // namespace
-
 int check(const Options& options) {
   const IndexPlace place = find_index(options.directory, options.db);
   OpenIndex index = OpenIndex::existing(place);
@@ -44,6 +42,20 @@ int check(const Options& options) {
   }
   if (file && full_text) return EXIT_DONE;
   throw Failure(place.db.string() + " is damaged: remove it and run `veldra-index rebuild`");
+}
+
+}  // namespace
+
+Command check_command(const Options& options) {
+  return {
+      .name = "check",
+      .summary = "Check that the index is sound",
+      .details = "Checks the file and the full-text index in it.",
+      .examples = {{"veldra-index check"}},
+      .arguments = {},
+      .exit_status = "1 when something is damaged",
+      .run = [&options] { return check(options); },
+  };
 }
 
 }  // namespace veldra::tool

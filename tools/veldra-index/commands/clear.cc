@@ -1,7 +1,8 @@
 // veldra-index clear: empties the index.
 #include <iostream>
+#include <memory>
 
-#include "veldra-index/commands/commands.h"
+#include "veldra-index/commands/command.h"
 #include "veldra-index/index/build_lock.h"
 #include "veldra-index/index/open_index.h"
 #include "veldra-index/process/interrupt.h"
@@ -10,6 +11,8 @@
 #include "veldra-index/terminal/number_text.h"
 
 namespace veldra::tool {
+
+namespace {
 
 int clear(const Options& options) {
   const IndexPlace place = find_index(options.directory, options.db);
@@ -25,6 +28,25 @@ int clear(const Options& options) {
     std::cout << with_commas(files) << " files removed from the index\n";
   }
   return EXIT_DONE;
+}
+
+}  // namespace
+
+Command clear_command(const Options& options) {
+  const auto yes = std::make_shared<bool>(false);
+  return {
+      .name = "clear",
+      .summary = "Empty the index",
+      .details = "Takes every file out of the index and gives its pages back. Asks for --yes.",
+      .examples = {{"veldra-index clear --yes"}},
+      .arguments = {{"--yes", "", "Really empty it", yes.get()}},
+      .exit_status = "",
+      .run =
+          [&options, yes] {
+            if (!*yes) throw Failure("clear empties the index: add --yes to do it", EXIT_USAGE);
+            return clear(options);
+          },
+  };
 }
 
 }  // namespace veldra::tool

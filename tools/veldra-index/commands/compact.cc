@@ -5,7 +5,7 @@
 #include <mutex>
 #include <thread>
 
-#include "veldra-index/commands/commands.h"
+#include "veldra-index/commands/command.h"
 #include "veldra-index/index/open_index.h"
 #include "veldra-index/terminal/failure.h"
 #include "veldra-index/terminal/json_output.h"
@@ -48,8 +48,6 @@ Compaction compact_visibly(Database& index) {
   return result;
 }
 
-}  // namespace
-
 int compact(const Options& options) {
   const IndexPlace place = find_index(options.directory, options.db);
   OpenIndex index = OpenIndex::existing(place);
@@ -71,6 +69,22 @@ int compact(const Options& options) {
     std::cout << with_commas(result.pages_released) << " pages given back\n";
   }
   return EXIT_DONE;
+}
+
+}  // namespace
+
+Command compact_command(const Options& options) {
+  return {
+      .name = "compact",
+      .summary = "Give free pages back to the file system",
+      .details =
+          "Pages that nothing uses any more go back in small steps, so that others can write "
+          "meanwhile.",
+      .examples = {{"veldra-index compact"}},
+      .arguments = {},
+      .exit_status = "",
+      .run = [&options] { return compact(options); },
+  };
 }
 
 }  // namespace veldra::tool

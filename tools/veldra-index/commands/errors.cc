@@ -1,13 +1,16 @@
 // veldra-index errors: the problems that were met in files.
 #include <iostream>
+#include <memory>
 
-#include "veldra-index/commands/commands.h"
+#include "veldra-index/commands/command.h"
 #include "veldra-index/index/open_index.h"
 #include "veldra-index/terminal/failure.h"
 #include "veldra-index/terminal/json_output.h"
 #include "veldra-index/terminal/style.h"
 
 namespace veldra::tool {
+
+namespace {
 
 int errors(const Options& options, const std::optional<std::string>& file) {
   // A directory where the file may be left out is the repository.
@@ -43,6 +46,25 @@ int errors(const Options& options, const std::optional<std::string>& file) {
   }
   if (rows.empty() && !options.quiet) std::cout << "no problems\n";
   return EXIT_DONE;
+}
+
+}  // namespace
+
+Command errors_command(const Options& options) {
+  const auto file = std::make_shared<std::optional<std::string>>();
+  return {
+      .name = "errors",
+      .summary = "List the problems that were met in files",
+      .details = "Of all files, or of one.",
+      .examples = {{"veldra-index errors"}, {"veldra-index errors src/a.cc"}},
+      .arguments = {{.names = "FILE",
+                     .value = "",
+                     .text = "Only this file of the repository",
+                     .target = file.get(),
+                     .completion = Argument::Completion::File}},
+      .exit_status = "",
+      .run = [&options, file] { return errors(options, *file); },
+  };
 }
 
 }  // namespace veldra::tool

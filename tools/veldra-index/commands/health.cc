@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <iostream>
 
-#include "veldra-index/commands/commands.h"
+#include "veldra-index/commands/command.h"
 #include "veldra-index/commands/sqlite_release.h"
 #include "veldra-index/index/open_index.h"
 #include "veldra-index/terminal/failure.h"
@@ -93,8 +93,6 @@ void print(const Json& json) {
                           : ""));
 }
 
-}  // namespace
-
 int health(const Options& options) {
   const IndexPlace place = find_index(options.directory, options.db);
   OpenIndex index = OpenIndex::existing(place);
@@ -105,6 +103,20 @@ int health(const Options& options) {
     print(json);
   }
   return json["integrity"] == "ok" ? EXIT_DONE : EXIT_FAILED;
+}
+
+}  // namespace
+
+Command health_command(const Options& options) {
+  return {
+      .name = "health",
+      .summary = "Report on the state of the index and its file",
+      .details = "Errors in files, the integrity of the file, its size and free space, and SQLite.",
+      .examples = {{"veldra-index health"}, {"veldra-index health --json"}},
+      .arguments = {},
+      .exit_status = "1 when the file is damaged",
+      .run = [&options] { return health(options); },
+  };
 }
 
 }  // namespace veldra::tool

@@ -4,7 +4,7 @@
 #include <chrono>
 #include <iostream>
 
-#include "veldra-index/commands/commands.h"
+#include "veldra-index/commands/command.h"
 #include "veldra-index/index/build_lock.h"
 #include "veldra-index/index/index_pass.h"
 #include "veldra-index/index/open_index.h"
@@ -78,8 +78,6 @@ void print(const Options& options, const IndexPlace& place, const RowCounts& row
   }
 }
 
-}  // namespace
-
 int rebuild(const Options& options) {
   const auto begin = std::chrono::steady_clock::now();
   const IndexPlace place = find_index(options.directory, options.db);
@@ -97,6 +95,23 @@ int rebuild(const Options& options) {
   print(options, place, rows, result,
         std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count());
   return EXIT_DONE;
+}
+
+}  // namespace
+
+Command rebuild_command(const Options& options) {
+  return {
+      .name = "rebuild",
+      .summary = "Index the whole tree anew",
+      .details =
+          "The old index answers until the new one takes its place, in one step; when this fails "
+          "or is interrupted, it stays.",
+      .examples = {{"veldra-index rebuild"},
+                   {"veldra-index rebuild ~/src/project --db /tmp/project.db"}},
+      .arguments = {},
+      .exit_status = "",
+      .run = [&options] { return rebuild(options); },
+  };
 }
 
 }  // namespace veldra::tool

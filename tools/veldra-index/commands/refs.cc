@@ -1,7 +1,8 @@
 // veldra-index refs: who imports a file or a module.
 #include <iostream>
+#include <memory>
 
-#include "veldra-index/commands/commands.h"
+#include "veldra-index/commands/command.h"
 #include "veldra-index/index/open_index.h"
 #include "veldra-index/search/importers.h"
 #include "veldra-index/terminal/failure.h"
@@ -9,6 +10,8 @@
 #include "veldra-index/terminal/style.h"
 
 namespace veldra::tool {
+
+namespace {
 
 int refs(const Options& options, const std::string& name) {
   const IndexPlace place = find_index(options.directory, options.db);
@@ -33,6 +36,21 @@ int refs(const Options& options, const std::string& name) {
   }
   if (importers.empty() && !options.quiet) std::cout << "nobody imports " << name << '\n';
   return EXIT_DONE;
+}
+
+}  // namespace
+
+Command refs_command(const Options& options) {
+  const auto name = std::make_shared<std::string>();
+  return {
+      .name = "refs",
+      .summary = "Show who imports a file or module",
+      .details = "A file is named by its path or the end of it, a module as an import names it.",
+      .examples = {{"veldra-index refs src/database.h"}, {"veldra-index refs vector"}},
+      .arguments = {{"NAME", "", "A file's path or its end, or a module", name.get(), true}},
+      .exit_status = "",
+      .run = [&options, name] { return refs(options, *name); },
+  };
 }
 
 }  // namespace veldra::tool

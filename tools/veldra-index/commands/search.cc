@@ -1,7 +1,8 @@
 // veldra-index search: text in the files.
 #include <iostream>
+#include <memory>
 
-#include "veldra-index/commands/commands.h"
+#include "veldra-index/commands/command.h"
 #include "veldra-index/index/open_index.h"
 #include "veldra-index/search/text_search.h"
 #include "veldra-index/terminal/failure.h"
@@ -10,6 +11,8 @@
 
 namespace veldra::tool {
 namespace {
+
+constexpr std::int64_t MOST_CONTEXT = 1000;
 
 Json as_json(const std::vector<Hit>& hits) {
   const auto texts = [](const std::vector<MarkedLine>& lines) {
@@ -78,8 +81,6 @@ class HitPrinter {
   std::int64_t _last_line = 0;
 };
 
-}  // namespace
-
 int search(const Options& options, const SearchOptions& query) {
   const IndexPlace place = find_index(options.directory, options.db);
   OpenIndex index = OpenIndex::existing(place);
@@ -100,6 +101,45 @@ int search(const Options& options, const SearchOptions& query) {
   for (const Hit& hit : hits) printer.print(hit);
   if (hits.empty() && !options.quiet) std::cout << "nothing found\n";
   return EXIT_DONE;
+}
+
+}  // namespace
+
+Command search_command(const Options& options) {
+  const auto query = std::make_shared<SearchOptions>();
+  return {
+      .name = "search",
+      .summary = "Find text in the files",
+      .details =
+          "Words separated by blanks must all be there; text in double quotes is a phrase; a word "
+          "and * finds what begins so; text with punctuation, such as foo->bar or C++, is searched "
+          "for as it stands. A word also finds names of which it is a part, after those that are "
+          "the word itself: swap finds swap_index_from and SwapIndexFrom. Put -- before text that "
+          "begins with a dash.",
+      .examples = {{"veldra-index search 'open file'", "both words, anywhere in a piece of a file"},
+                   {"veldra-index search '\"open file\"'", "the phrase"},
+                   {"veldra-index search 'swap*' --path 'src/**'",
+                    "words that begin so, in some files"},
+                   {"veldra-index search 'foo->bar'", "text as it stands"},
+                   {"veldra-index search --fts 'open NEAR file'",
+                    "the full-text syntax of SQLite"}},
+      .arguments = {{"TEXT", "", "What to look for", &query->text, true},
+                    {"--fts", "", "TEXT is the full-text syntax of SQLite", &query->fts},
+                    {"--path", "PATTERN", "Only files whose path matches, such as 'src/**/*.h'",
+                     &query->path},
+                    {.names = "-n,--limit",
+                     .value = "N",
+                     .text = "At most so many lines",
+                     .target = &query->limit,
+                     .range = {{1, MOST_ANSWERS}}},
+                    {.names = "-C,--context",
+                     .value = "N",
+                     .text = "Lines to show around each hit",
+                     .target = &query->context,
+                     .range = {{0, MOST_CONTEXT}}}},
+      .exit_status = "",
+      .run = [&options, query] { return search(options, *query); },
+  };
 }
 
 }  // namespace veldra::tool

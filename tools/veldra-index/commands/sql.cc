@@ -3,8 +3,9 @@
 #include <array>
 #include <cctype>
 #include <iostream>
+#include <memory>
 
-#include "veldra-index/commands/commands.h"
+#include "veldra-index/commands/command.h"
 #include "veldra-index/index/open_index.h"
 #include "veldra-index/terminal/failure.h"
 #include "veldra-index/terminal/json_output.h"
@@ -52,8 +53,6 @@ void print_as_table(const std::vector<Row>& rows) {
   table.print();
 }
 
-}  // namespace
-
 int sql(const Options& options, const std::string& query) {
   if (!is_question(query)) {
     throw Failure("only questions are answered: begin with SELECT, VALUES, WITH or EXPLAIN",
@@ -77,6 +76,21 @@ int sql(const Options& options, const std::string& query) {
     print_as_table(rows);
   }
   return EXIT_DONE;
+}
+
+}  // namespace
+
+Command sql_command(const Options& options) {
+  const auto query = std::make_shared<std::string>();
+  return {
+      .name = "sql",
+      .summary = "Ask the index a question in SQL, read-only",
+      .details = "One statement that begins with SELECT, VALUES, WITH or EXPLAIN.",
+      .examples = {{"veldra-index sql 'SELECT kind, count(*) FROM symbols GROUP BY kind'"}},
+      .arguments = {{"QUERY", "", "One SELECT, VALUES, WITH or EXPLAIN", query.get(), true}},
+      .exit_status = "",
+      .run = [&options, query] { return sql(options, *query); },
+  };
 }
 
 }  // namespace veldra::tool

@@ -1,13 +1,15 @@
 // veldra-index stats: how much is in the index.
 #include <iostream>
 
-#include "veldra-index/commands/commands.h"
+#include "veldra-index/commands/command.h"
 #include "veldra-index/index/open_index.h"
 #include "veldra-index/terminal/failure.h"
 #include "veldra-index/terminal/json_output.h"
 #include "veldra-index/terminal/number_text.h"
 
 namespace veldra::tool {
+
+namespace {
 
 int stats(const Options& options) {
   const IndexPlace place = find_index(options.directory, options.db);
@@ -39,6 +41,21 @@ int stats(const Options& options) {
   std::cout << (languages.size() > SHOWN ? ", …" : "") << '\n';
   std::cout << "indexed     " << (indexed ? to_text((*indexed)[0]) : "never") << '\n';
   return EXIT_DONE;
+}
+
+}  // namespace
+
+Command stats_command(const Options& options) {
+  return {
+      .name = "stats",
+      .summary = "Count what is in the index",
+      .details =
+          "Files, symbols, imports and languages, and when the index was last brought up to date.",
+      .examples = {{"veldra-index stats"}, {"veldra-index stats --json"}},
+      .arguments = {},
+      .exit_status = "",
+      .run = [&options] { return stats(options); },
+  };
 }
 
 }  // namespace veldra::tool

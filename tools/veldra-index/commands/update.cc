@@ -1,7 +1,7 @@
 // veldra-index update: brings the index to the state of the tree.
 #include <iostream>
 
-#include "veldra-index/commands/commands.h"
+#include "veldra-index/commands/command.h"
 #include "veldra-index/index/build_lock.h"
 #include "veldra-index/index/index_pass.h"
 #include "veldra-index/index/open_index.h"
@@ -40,8 +40,6 @@ void print(const Options& options, const PassResult& result, const Compaction& c
   }
 }
 
-}  // namespace
-
 int update(const Options& options) {
   const IndexPlace place = find_index(options.directory, options.db);
   OpenIndex index = OpenIndex::existing(place);
@@ -60,6 +58,22 @@ int update(const Options& options) {
   record_pass(*index);
   print(options, result, index->compact(), tree.files.size());
   return EXIT_DONE;
+}
+
+}  // namespace
+
+Command update_command(const Options& options) {
+  return {
+      .name = "update",
+      .summary = "Index only what has changed",
+      .details =
+          "Indexes only files that are new or have changed, and those whose parser is another than "
+          "before; takes files that are gone out of the index.",
+      .examples = {{"veldra-index update"}, {"veldra-index update ~/src/project --json"}},
+      .arguments = {},
+      .exit_status = "",
+      .run = [&options] { return update(options); },
+  };
 }
 
 }  // namespace veldra::tool
