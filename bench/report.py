@@ -22,6 +22,7 @@ TITLES = {
     "swap_index/vouched": "swap of 250,000 symbols and 750,000 edges, vouched for",
     "swap_index/checked": "the same, checked first",
     "swap_index/stripped": "the same, vouched for, from a file without indexes and full text",
+    "export_index": "export of a file of 100 MiB, to a copy of it with sync",
     "compaction": "compaction that releases 10,000 pages",
 }
 COLOURS = {"bare": "#2a6fdb", "sqlitecpp": "#d2691e", "idle": "#2a6fdb", "beside": "#d2691e"}

@@ -236,6 +236,22 @@ class VELDRA_EXPORT Database {
   RowCounts swap_index_from(const std::filesystem::path& staging_path,
                             StagingTrust trust = StagingTrust::Checked);
 
+  // Export  (database/export.cc) -----------------------------------------------------------------
+
+  /// Writes a copy of the file, as it is at one commit, to `path` and returns its size in bytes.
+  ///
+  /// Holds no lock and needs no connection of the pool: queries and writes go on, and what they
+  /// commit meanwhile is not in the copy; inside the caller's own transaction it is the last
+  /// commit. The copy appears whole under its name or not at all, in place of a file that has it (a
+  /// link is replaced, not followed). It has the page size, auto-vacuum mode, encoding, user
+  /// version and application id of the original and is in rollback-journal mode, so it opens
+  /// read-only on read-only media; `swap_index_from` takes it elsewhere.
+  ///
+  /// Throws `OSError` or `Error`, with nothing left behind; what a process that is killed leaves is
+  /// removed by the next export to that name. Throws `ProgrammingError` for a path that is a part
+  /// of the open index, also through a link, and for a database in memory.
+  std::int64_t export_to(const std::filesystem::path& path);
+
   // Health  (database/health.cc) -----------------------------------------------------------------
 
   /// "files", "symbols" (those listed to a user), "edges", "components", "errors" (rows), in this
