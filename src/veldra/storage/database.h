@@ -300,8 +300,8 @@ class VELDRA_EXPORT Database {
 
   // Queries
   template <typename Fetch>
-  auto _query(std::string_view sql, Fetch&& fetch);
-  std::shared_ptr<ReaderPool> _readers_to_ask() const;  // none: the writer has to answer
+  auto _query(std::string_view sql, const Params& params, Fetch fetch);
+  std::shared_ptr<ReaderPool> _readers_for(std::string_view sql) const;
   std::int64_t _count(std::string_view sql);
 
   // Schema

@@ -1,11 +1,10 @@
 #pragma once
 
-#include <sqlite3.h>
-
 #include <array>
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -47,22 +46,11 @@ bool _is_read_statement(std::string_view sql);
 /// True when the writer connection has to run the statement that a read connection refused.
 bool _reader_cannot_serve(const OperationalError& error);
 
+/// Runs one statement on `connection` and fetches from it: `&Connection::fetchone`, for instance,
+/// which leaves no statement open.
 template <typename Fetch>
-auto Database::_query(std::string_view sql, Fetch&& fetch) {
-  bool may_write = !_is_read_statement(sql);
-  if (const std::shared_ptr<ReaderPool> readers = may_write ? nullptr : _readers_to_ask()) {
-    try {
-      const ReaderPool::Lease reader = readers->lease();
-      return fetch(*reader);
-    } catch (const ReaderUnavailable&) {
-      // The writer connection serves it, below.
-    } catch (const OperationalError& error) {
-      if (!_reader_cannot_serve(error)) throw;
-      may_write = error.code() == SQLITE_READONLY;  // a WITH that writes
-    }
-  }
-  const std::lock_guard guard(_lock);
-  return fetch(may_write ? *_writer_in_place() : *connection());
+auto _run_query(Connection& connection, std::string_view sql, const Params& params, Fetch fetch) {
+  return std::invoke(fetch, connection, sql, params);
 }
 
 // Generation and stamp  (database/generation.cc) -------------------------------------------------

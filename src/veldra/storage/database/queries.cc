@@ -1,4 +1,6 @@
 // Queries: which connection serves one, and the fallback to the writer.
+#include <sqlite3.h>
+
 #include <utility>
 
 #include "veldra/storage/database.h"
@@ -8,16 +10,39 @@
 namespace veldra {
 
 std::optional<Row> Database::fetchone(std::string_view sql, const Params& params) {
-  return _query(sql, [&](Connection& connection) { return connection.fetchone(sql, params); });
+  return _query(sql, params, &Connection::fetchone);
 }
 
 std::vector<Row> Database::fetchall(std::string_view sql, const Params& params) {
-  return _query(sql, [&](Connection& connection) { return connection.fetchall(sql, params); });
+  return _query(sql, params, &Connection::fetchall);
 }
 
-std::shared_ptr<ReaderPool> Database::_readers_to_ask() const {
+template <typename Fetch>
+auto Database::_query(std::string_view sql, const Params& params, Fetch fetch) {
+  bool may_write = false;
+  if (const std::shared_ptr<ReaderPool> readers = _readers_for(sql)) {
+    try {
+      const ReaderPool::Lease reader = readers->lease();
+      return _run_query(*reader, sql, params, fetch);
+    } catch (const ReaderUnavailable&) {
+      // The writer connection serves it, below.
+    } catch (const OperationalError& error) {
+      if (!_reader_cannot_serve(error)) throw;
+      may_write = error.code() == SQLITE_READONLY;  // a WITH that writes
+    }
+  } else {
+    may_write = !_is_read_statement(sql);
+  }
+  const std::lock_guard guard(_lock);
+  return _run_query(may_write ? *_writer_in_place() : *connection(), sql, params, fetch);
+}
+
+std::shared_ptr<ReaderPool> Database::_readers_for(std::string_view sql) const {
+  std::shared_ptr<ReaderPool> readers = _readers.load();
+  if (!readers) return nullptr;
   if (_tx_owner == std::this_thread::get_id()) return nullptr;  // it has to see its own writes
-  return _readers.load();
+  if (!_is_read_statement(sql)) return nullptr;
+  return readers;
 }
 
 std::int64_t Database::_count(std::string_view sql) {
