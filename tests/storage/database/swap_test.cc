@@ -180,13 +180,11 @@ class SwapTest : public ::testing::TestWithParam<Case> {
     const std::string before = look_at(db.db_path).content;
     const std::string error = swap(db, trust);
     EXPECT_EQ(error, GetParam().error);
+    if (!error.empty()) {
+      EXPECT_EQ(look_at(db.db_path).content, before) << "failed by half";
+    }
     std::string seen;
-    const auto look = [&] {
-      const FileState state = look_at(db.db_path);
-      seen += state.content + state.damage + "\n";
-      return state.content;
-    };
-    EXPECT_EQ(look() == before, !error.empty()) << "failed and changed something, or did nothing";
+    // At once: another connection's commit would make the writer read its full-text index again.
     for (const std::string sql :
          {"SELECT group_concat(name) FROM pragma_database_list", "PRAGMA foreign_keys",
           "INSERT INTO code_chunks VALUES ('int added', 1, 2, 1)", "DELETE FROM files WHERE id = 3",
@@ -202,9 +200,11 @@ class SwapTest : public ::testing::TestWithParam<Case> {
         seen.append(failed.what()).append("\n");
       }
     }
-    look();
-    seen += swap(db, trust);
-    look();
+    for (const bool again : {false, true}) {
+      if (again) seen += swap(db, trust);
+      const FileState state = look_at(db.db_path);
+      seen += state.content + state.damage + "\n";
+    }
     db.close();
     return seen;
   }
