@@ -29,6 +29,8 @@ const std::string PLAIN_EDGE =
     "id INTEGER PRIMARY KEY, source_id INTEGER NOT NULL, target_id "
     "INTEGER NOT NULL, kind TEXT NOT NULL, line INTEGER";
 const std::string FILE_COLUMNS = "id, path, language, hash, size, component_id";
+const Statements NOTES_BY_TRIGGER = {"CREATE TABLE owners (id INTEGER PRIMARY KEY)",
+                                     "CREATE TABLE notes (owner INTEGER REFERENCES owners)"};
 constexpr const char* BROKEN = "FOREIGN KEY constraint failed";
 
 /// What differs between the two files, and the error that it ends in.
@@ -130,11 +132,14 @@ const std::vector<Case> CASES = {
               "ALTER TABLE files ADD COLUMN owner REFERENCES owners"},
      .staging = {"ALTER TABLE files ADD COLUMN owner", "UPDATE files SET owner = 1"},
      .error = BROKEN},
-    {.what = "a stranger's triggers",
-     .live = {"CREATE TABLE seen (what)",
-              "CREATE TRIGGER s AFTER INSERT ON edges BEGIN INSERT INTO seen VALUES (new.id); END",
-              "CREATE TEMP TRIGGER t AFTER DELETE ON main.symbols BEGIN"
-              " INSERT INTO seen VALUES (old.name); END"}},
+    {.what = "a stranger's trigger, whose rows have keys of their own",
+     .live = both(NOTES_BY_TRIGGER, {"CREATE TRIGGER t AFTER INSERT ON edges BEGIN"
+                                     " INSERT INTO notes VALUES (new.id); END"}),
+     .error = BROKEN},
+    {.what = "a stranger's trigger of this connection alone",
+     .live = both(NOTES_BY_TRIGGER, {"CREATE TEMP TRIGGER t AFTER INSERT ON main.files BEGIN"
+                                     " INSERT INTO notes VALUES (new.id); END"}),
+     .error = BROKEN},
 };
 
 class SwapTest : public ::testing::TestWithParam<Case> {
