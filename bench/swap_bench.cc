@@ -1,6 +1,6 @@
 // Replacing the whole index: how long it takes, what memory it needs, what queries feel of it.
 #include <malloc.h>
-#include <time.h>
+#include <ctime>
 
 #include <algorithm>
 #include <array>
