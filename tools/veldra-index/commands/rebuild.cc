@@ -49,7 +49,7 @@ RowCounts swap_in(Database& index, const IndexPlace& place, const CtagsProgram& 
   // The stamp first: it marks files of the old index at most. After the swap it would mark new
   // ones.
   index.refresh_extractor_stamp(extractor_versions(ctags));
-  return index.swap_index_from(place.staging());
+  return index.swap_index_from(place.staging(), StagingTrust::Vouched);
 }
 
 void print(const Options& options, const IndexPlace& place, const RowCounts& rows,

@@ -12,10 +12,16 @@ constexpr std::string_view PRAGMAS[] = {
     "PRAGMA foreign_keys = OFF", "PRAGMA cache_size = -65536",
 };
 
-/// Statements that drop every secondary index that is not part of a table's declaration.
-constexpr std::string_view DROP_INDEXES =
-    "SELECT 'DROP INDEX \"' || replace(name, '\"', '\"\"') || '\"' FROM sqlite_master"
+/// Every secondary index that is not part of a table's declaration: what drops it, what makes it.
+constexpr std::string_view INDEXES =
+    "SELECT 'DROP INDEX \"' || replace(name, '\"', '\"\"') || '\"', sql FROM sqlite_master"
     " WHERE type = 'index' AND sql IS NOT NULL";
+
+/// More of the full-text index is gathered before a segment of it is written, and more segments
+/// before they are merged; few enough for later small writes not to wait for a merge
+/// (https://www.sqlite.org/fts5.html#automerge; the other option stands in FTS5's source alone).
+constexpr std::string_view FULL_TEXT_OPTIONS =
+    "INSERT INTO code_chunks (code_chunks, rank) VALUES ('hashsize', 2097152), ('automerge', 8)";
 
 }  // namespace
 
@@ -40,16 +46,20 @@ StagingFile::StagingFile(const std::filesystem::path& path) : _removal(path), _d
   _database.connect();
   _database.create_schema();
   for (const std::string_view pragma : PRAGMAS) _database.execute(pragma).close();
-  _database.transaction([](Cursor& cursor) {
-    cursor.execute(DROP_INDEXES);
-    for (const Row& row : cursor.fetchall()) cursor.execute(row[0].as_text());
-    cursor.execute("DROP TABLE code_chunks");
-    cursor.execute("CREATE TABLE code_chunks (text, start_line, end_line, exact)");
+  _database.transaction([this](Cursor& cursor) {
+    cursor.execute(INDEXES);
+    _indexes = cursor.fetchall();
+    for (const Row& index : _indexes) cursor.execute(index[0].as_text());
+    cursor.execute(FULL_TEXT_OPTIONS);
   });
 }
 
 void StagingFile::fill(const std::function<void(Cursor&)>& body) {
-  _database.transaction(body);
+  _database.transaction([&](Cursor& cursor) {
+    body(cursor);
+    // Made once from all rows: keeping them up to date row by row costs more.
+    for (const Row& index : _indexes) cursor.execute(index[1].as_text());
+  });
   _database.close();
 }
 

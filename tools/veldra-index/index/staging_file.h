@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <vector>
 
 #include "veldra/storage/database.h"
 
@@ -10,8 +11,8 @@ namespace veldra::tool {
 /// A file with the index's tables that a rebuild fills and then swaps in; removed when destroyed.
 ///
 /// Built for speed: nothing is synced and nothing can be rolled back, since its loss costs nothing;
-/// no secondary indexes, and `code_chunks` as a plain table, since the swap makes the live file's
-/// own anew; foreign keys are checked by the swap.
+/// foreign keys are checked by the swap. It has all that an index has, the full text written while
+/// files are parsed and the secondary indexes made at the end, so that the swap only copies.
 class StagingFile {
  public:
   /// Removes what an earlier process left at `path`.
@@ -40,6 +41,7 @@ class StagingFile {
 
   const Removal _removal;  // first: the database is closed before its file goes
   Database _database;
+  std::vector<Row> _indexes;  // as the statements that drop and make them
 };
 
 }  // namespace veldra::tool
