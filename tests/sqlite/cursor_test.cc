@@ -7,6 +7,7 @@
 
 #include "support/database_test.h"
 #include "veldra/errors.h"
+#include "veldra/sqlite/held_statement.h"
 #include "veldra/sqlite/statement.h"
 
 namespace veldra {
@@ -102,6 +103,23 @@ TEST_F(CursorTest, AWriteWithRowsIsCommittedWhenExecuteReturns) {
       << "the write lock was kept for the sake of unread rows";
   EXPECT_EQ((*cursor.fetchone())["name"].as_text(), "h");
   EXPECT_EQ(cursor.fetchall().size(), 1U);
+}
+
+TEST_F(CursorTest, ARefusalNamesTheStatementThatIsHeld) {
+  connection.execute("ATTACH ':memory:' AS stg");
+  connection.execute("CREATE TABLE stg.u AS SELECT 1");
+  const auto refused_with = [&](const char* sql, const std::string& text) {
+    EXPECT_THAT([&] { naming_held_statement(connection, [&] { connection.execute(sql); }); },
+                ThrowsMessage<OperationalError>(text));
+  };
+  const Cursor cursor = connection.execute("SELECT * FROM t, u");
+  refused_with("DROP TABLE t", "database table is locked; a cursor holds SELECT * FROM t, u");
+  refused_with("DETACH stg", "database stg is locked; a cursor holds SELECT * FROM t, u");
+  other.execute("BEGIN IMMEDIATE");
+  refused_with("DELETE FROM t", "database is locked");  // by another connection
+  other.execute("DELETE FROM t");
+  other.execute("COMMIT");
+  refused_with("DELETE FROM t", "database is locked; a cursor holds SELECT * FROM t, u");
 }
 
 TEST_F(CursorTest, CursorsWithTheSameTextShareNeitherRowsNorParameters) {
