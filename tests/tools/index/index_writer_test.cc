@@ -1,0 +1,62 @@
+// What leaves the index with a file, and that one process at a time builds it.
+#include "veldra-index/index/index_writer.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+#include "support/temp_database.h"
+#include "veldra-index/index/build_lock.h"
+#include "veldra-index/terminal/failure.h"
+
+namespace veldra::tool {
+namespace {
+
+TEST(IndexWriterTest, ARemovedFileTakesItsErrorsWithIt) {
+  TempDatabase database;
+  Database& index = database.db;
+  index.execute(
+      "INSERT INTO files (path, language, hash) VALUES ('a.c', 'C', 'x'), ('b.c', 'C', 'x')");
+  index.execute(
+      "INSERT INTO index_errors (file_path, error_type, message) VALUES"
+      " ('a.c', 'parse_error', ''), ('b.c', 'parse_error', '')");
+  const std::vector<std::string_view> paths = {"b.c"};
+  index.transaction([&](Cursor& cursor) {
+    IndexWriter writer(cursor, paths);
+    EXPECT_TRUE(writer.remove("a.c"));
+    EXPECT_FALSE(writer.remove("a.c"));
+    writer.record_problems("b.c", {{"io_error", "anew", 7}});
+    writer.finish();
+  });
+  EXPECT_EQ(dump(index, "SELECT path FROM files"), "b.c");
+  EXPECT_EQ(dump(index, "SELECT file_path, error_type, line FROM index_errors"), "b.c|io_error|7")
+      << "errors of a file that is gone, or that were replaced, stay";
+}
+
+TEST(BuildLockTest, IsHeldByOneWhateverItsFileGoesThrough) {
+  const TempDirectory directory;
+  const IndexPlace place{directory.path(), directory / "index.db"};
+  std::atomic<int> holders = 0;
+  std::atomic<int> taken = 0;
+  std::atomic<bool> shared = false;
+  std::vector<std::jthread> builders;
+  for (int builder = 0; builder < 4; ++builder) {
+    builders.emplace_back([&] {
+      while (taken < 20'000 && !shared) {
+        try {
+          const BuildLock lock(place);
+          if (++holders > 1) shared = true;
+          ++taken;
+          --holders;
+        } catch (const Failure&) {  // another has it
+        }
+      }
+    });
+  }
+  builders.clear();
+  EXPECT_FALSE(shared) << "two held the lock after " << taken << " times";
+}
+
+}  // namespace
+}  // namespace veldra::tool
