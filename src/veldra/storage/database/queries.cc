@@ -9,14 +9,6 @@
 
 namespace veldra {
 
-std::optional<Row> Database::fetchone(std::string_view sql, const Params& params) {
-  return _query(sql, params, &Connection::fetchone);
-}
-
-std::vector<Row> Database::fetchall(std::string_view sql, const Params& params) {
-  return _query(sql, params, &Connection::fetchall);
-}
-
 template <typename Fetch>
 auto Database::_query(std::string_view sql, const Params& params, Fetch fetch) {
   bool may_write = false;
@@ -35,6 +27,14 @@ auto Database::_query(std::string_view sql, const Params& params, Fetch fetch) {
   }
   const std::lock_guard guard(_lock);
   return _run_query(may_write ? *_writer_in_place() : *connection(), sql, params, fetch);
+}
+
+std::optional<Row> Database::fetchone(std::string_view sql, const Params& params) {
+  return _query(sql, params, &Connection::fetchone);
+}
+
+std::vector<Row> Database::fetchall(std::string_view sql, const Params& params) {
+  return _query(sql, params, &Connection::fetchall);
 }
 
 std::shared_ptr<ReaderPool> Database::_readers_for(std::string_view sql) const {
