@@ -29,7 +29,9 @@ TEST_P(TakenAwayTest, NeverTouchesWhatLiesThereNow) {
 
     const std::string error = outcome_of([&] { GetParam().run(db); });
     errors += error.empty() ? 0 : 1;
-    if (GetParam().kind == Operation::Kind::Writes && !GetParam().name.starts_with("compact")) {
+    const bool reads = GetParam().kind == Operation::Kind::Reads;
+    // A query may be answered from what the writer has open, but never from what lies there now.
+    if (!GetParam().name.starts_with("compact") && (replaced || !reads)) {
       EXPECT_THAT(error, HasSubstr("was removed or replaced: close and connect again"));
     }
     EXPECT_EQ(outcome_of([&] { db.close(); }), "");

@@ -118,24 +118,6 @@ TEST_F(ContentsTest, ASwapReplacesTheIndexAndNothingElseAndGivesItsSpaceBack) {
   EXPECT_EQ(statements.count("CREATE INDEX symbols"), 0);
 }
 
-TEST_F(ContentsTest, ASwapThatFailsLeavesEverythingAsItWasAndTheNextOneSucceeds) {
-  const std::string before = state();
-  const std::pair<std::vector<std::string>, std::string> cases[] = {
-      {{"ALTER TABLE symbols DROP COLUMN fqn"}, "no such column: fqn"},
-      {{"UPDATE symbols SET fqn = 'twice'"}, "UNIQUE constraint failed: symbols.fqn"},
-      {{"UPDATE edges SET target_id = 1024"}, "FOREIGN KEY constraint failed"},
-      {{"DROP TABLE code_chunks", "CREATE TABLE code_chunks (text)"}, "no such column: start_line"},
-  };
-  for (const auto& [changes, error] : cases) {
-    const auto staging = stage(changes);
-    EXPECT_THAT([&] { db->swap_index_from(staging); }, ThrowsMessage<Error>(error));
-    EXPECT_EQ(state(), before) << error;
-    EXPECT_THAT(log.take(), IsEmpty());
-  }
-  db->swap_index_from(stage());
-  EXPECT_EQ(db->index_generation(), 42);
-}
-
 TEST_F(ContentsTest, AStagingFileIsAnyOtherFileThatIsThere) {
   const std::filesystem::path before = std::filesystem::current_path();
   std::filesystem::current_path(db.directory.path());  // a name alone, as a URI would begin

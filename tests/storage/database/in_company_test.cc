@@ -7,8 +7,6 @@
 namespace veldra {
 namespace {
 
-constexpr const char* GONE = "the index file was removed or replaced: close and connect again";
-
 std::uintmax_t log_size(const Database& db) {
   return std::filesystem::file_size(db.db_path.string() + "-wal");
 }
@@ -83,51 +81,6 @@ TEST(InCompanyTest, ReadersAndWriterStayOnOneFileWhereverTheNameLeads) {
     EXPECT_EQ(dump(*db, "SELECT path FROM components"), "written") << db->db_path;
   }
   std::filesystem::current_path(before);
-}
-
-TEST(InCompanyTest, AFileThatIsRemovedOrReplacedTakesNoMoreWritesAndIsNotMixedWithTheNewOne) {
-  const auto remake = [](const std::filesystem::path& path) {
-    Database made(path);
-    open(made);
-    made.execute("INSERT INTO components (name, path) VALUES ('new', '')");
-  };
-  const auto remove = [](const std::filesystem::path& path) {
-    std::filesystem::remove_all(path.parent_path());
-  };
-  const std::pair<const char*, std::function<void(const std::filesystem::path&)>> ways[] = {
-      {"removed", remove},
-      {"made anew", [&](const auto& path) { remove(path), remake(path); }},
-      {"replaced", [&](const auto& path) {
-         remake(path.string() + ".new");
-         std::filesystem::rename(path.string() + ".new", path);
-       }}};
-  for (const auto& [name, take_away] : ways) {
-    SCOPED_TRACE(name);
-    const TempDirectory directory;
-    Database db(directory / "memory/index.db");
-    open(db);
-    db.close();
-    db.connect();  // no read connection is open yet
-    take_away(db.db_path);
-    const std::function<void()> refused[] = {
-        [&] { db.execute("DELETE FROM files"); },
-        [&] { db.executemany("INSERT INTO edges (kind) VALUES (?)", {{"calls"}}); },
-        [&] { db.fetchone("INSERT INTO components (name, path) VALUES ('a', '') RETURNING id"); },
-        [&] { db.transaction([](Cursor&) {}); },
-        [&] { db.clear_all(); },
-        [&] { (void)db.index_generation(); },
-    };
-    for (const auto& operation : refused)
-      EXPECT_THAT(operation, ThrowsMessage<OperationalError>(GONE));
-    if (std::filesystem::exists(db.db_path)) {
-      EXPECT_THAT([&] { db.fetchone("SELECT name FROM components"); },
-                  ThrowsMessage<OperationalError>(GONE));
-    }
-    db.close();
-    open(db);
-    EXPECT_EQ(dump(db, "SELECT name FROM components"), name == std::string("removed") ? "" : "new");
-    db.execute("DELETE FROM files");
-  }
 }
 
 /// Waits for another thread's write at each line, as a sink with a queue and a table would.
