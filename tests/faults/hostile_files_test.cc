@@ -61,7 +61,8 @@ Damage run(std::string_view name, std::vector<std::string> statements) {
         connection.handle(), "drawn", 1, SQLITE_UTF8, &random,
         [](sqlite3_context* context, int, sqlite3_value** below) {
           auto& draw = *static_cast<std::mt19937*>(sqlite3_user_data(context));
-          sqlite3_result_int64(context, draw() % sqlite3_value_int64(below[0]));
+          const auto drawn = static_cast<sqlite3_int64>(draw());
+          sqlite3_result_int64(context, drawn % sqlite3_value_int64(below[0]));
         },
         nullptr, nullptr);
     for (const std::string& statement : statements) connection.execute(statement).fetchall();

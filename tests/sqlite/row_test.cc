@@ -37,7 +37,7 @@ TEST(RowTest, ValuesComeBackAsTheyWereBound) {
     EXPECT_EQ(dump(connection, "SELECT typeof(v), v FROM t"), shown);
   }
   EXPECT_THROW(Value(std::uint64_t{1} << 63), ProgrammingError);
-  EXPECT_THROW(Value(std::numeric_limits<float>::quiet_NaN()), ProgrammingError);
+  EXPECT_THROW(Value{std::numeric_limits<float>::quiet_NaN()}, ProgrammingError);
 }
 
 TEST(RowTest, AValueIsReadAsItsOwnStorageClassAlone) {

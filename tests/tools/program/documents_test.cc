@@ -55,7 +55,7 @@ class DocumentsTest : public testing::Test {
     return names;
   }
 
-  const ToolTree tree;
+  const ToolTree tree{};
   const std::string help = said({"--help"});
   const Names commands = names_in(between(help, "Subcommands:", "\n\n"), R"(\n  ([a-z]+))");
 };
