@@ -65,15 +65,5 @@ TEST(CoreSchemaTest, DeletingAFileTakesWhatBelongsToItAndNothingElse) {
             "0|0");
 }
 
-TEST(CoreSchemaTest, AnIdentifierWithUnderscoresIsOneWordAndOnlyTheTextIsSearched) {
-  TempDatabase db;
-  db->execute("INSERT INTO code_chunks VALUES ('void swap_index_from(4242)', 7, 9, 1)");
-  const auto hits = [&](std::string_view text) {
-    return db->fetchall("SELECT 1 FROM code_chunks WHERE code_chunks MATCH ?", {text}).size();
-  };
-  EXPECT_EQ(hits("swap_index_from") + hits("4242"), 2U);
-  EXPECT_EQ(hits("index") + hits("9"), 0U) << "a part, or a line number, was indexed as a word";
-}
-
 }  // namespace
 }  // namespace veldra

@@ -90,18 +90,5 @@ TEST_F(OldFileTest, ADatabaseThatIsClosedMeanwhileIsNoFailureOfTheStep) {
   EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST(MigrationsTest, RunDdlEndsAStatementWhereSqliteDoes) {
-  TempDatabase db(TempDatabase::State::Connected);
-  EXPECT_EQ(migrate(opener(*db), OLDEST_VERSION), SCHEMA_VERSION) << "a file without tables";
-  db->transaction([](Cursor& cursor) {
-    run_ddl(cursor,
-            "CREATE TABLE a (x DEFAULT 'one;two'); -- a note; with a semicolon\n"
-            "CREATE TRIGGER b AFTER INSERT ON a BEGIN DELETE FROM a WHERE x = ';'; SELECT 1; END;\n"
-            "/* ; */ CREATE INDEX c ON a (x) ; ; -- the end");
-  });
-  EXPECT_EQ(dump(*db, "SELECT group_concat(name) FROM sqlite_master WHERE length(name) = 1"),
-            "a,b,c");
-}
-
 }  // namespace
 }  // namespace veldra

@@ -104,16 +104,6 @@ TEST_F(ReaderPoolTest, WhoCameFirstIsServedFirstAndNobodyPassesThoseWhoWait) {
   for (const int i : {0, 2}) EXPECT_TRUE(finished(waiters[static_cast<std::size_t>(i)]));
 }
 
-TEST_F(ReaderPoolTest, AFailedOpeningFreesItsPlace) {
-  bool fail = true;
-  ReaderPool pool(path, 1, [&](Connection&) {
-    if (fail) throw std::domain_error("not now");
-  });
-  EXPECT_THROW((void)pool.lease(), std::domain_error);
-  fail = false;
-  EXPECT_NO_THROW((void)pool.lease(0ms)) << "a place was lost";
-}
-
 TEST_F(ReaderPoolTest, AConnectionThatMetDamageIsNotLentAgain) {
   const std::filesystem::path damaged = directory / "damaged.db";
   Connection(damaged).execute("CREATE TABLE t AS SELECT randomblob(100000) AS i");

@@ -97,14 +97,6 @@ TEST_F(CompactionTest, EachKindOfSkipIsReportedOnceAtItsLevel) {
   EXPECT_EQ(db->compact().pages_released, 4000) << "a skip changed something";
 }
 
-TEST_F(CompactionTest, NamesTheCursorThatStandsInItsWay) {
-  open_with_free_pages(5000, 4000);
-  Cursor held = db->execute("SELECT b FROM filler");
-  ASSERT_TRUE(held.fetchone());
-  EXPECT_EQ(db->compact().skipped,
-            "failed: database table is locked; a cursor holds SELECT b FROM filler");
-}
-
 TEST_F(CompactionTest, AWriterWaitsForOneStepAtMostAndClosingEndsTheRest) {
   // compaction            writer                       closer
   // step 3 begins         asks for the lock

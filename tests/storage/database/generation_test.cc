@@ -1,6 +1,5 @@
 // The generation is seen by everyone once it is committed; the stamp and its marks land together.
 #include "support/database_test.h"
-#include "support/old_file.h"
 #include "veldra/utils/flat_json.h"
 
 namespace veldra {
@@ -10,22 +9,6 @@ constexpr std::string_view STAMP = "SELECT value FROM schema_info WHERE key = 'e
 constexpr std::string_view STALE =
     "SELECT group_concat(path, ' ') FROM (SELECT path FROM files WHERE hash = 'stale'"
     " ORDER BY path)";
-
-TEST(GenerationTest, ABumpIsSeenInItsTransactionAtOnceAndByOthersAfterTheCommit) {
-  TempDatabase db;
-  const auto elsewhere = [&] {
-    return std::async(std::launch::async, [&] { return db->index_generation(); }).get();
-  };
-  db->transaction([&](Cursor& cursor) {
-    Access::bump_index_generation(*db, &cursor);
-    Access::bump_index_generation(*db, &cursor);
-    EXPECT_EQ(db->index_generation(), 2);
-    EXPECT_EQ(elsewhere(), 0) << "an uncommitted generation was seen";
-  });
-  EXPECT_EQ(elsewhere(), 2);
-  Access::bump_index_generation(*db);
-  EXPECT_EQ(as_another_process(db->db_path, "PRAGMA user_version"), "3");
-}
 
 TEST(GenerationTest, RefreshMarksTheFilesOfChangedLanguagesAndRecordsTheVersions) {
   struct Case {

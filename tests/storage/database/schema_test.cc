@@ -118,18 +118,5 @@ TEST_F(OldFileSchemaTest, WhoseJournalCannotGoBackToWalIsUsedWithoutReadersUntil
   expect_state("8192|0|wal|5000|1|7|3");
 }
 
-TEST_F(OldFileSchemaTest, ThatEndsAtAnotherVersionGetsNoLineAndNoRewrite) {
-  db.execute("UPDATE schema_info SET value = '4' WHERE key = 'version'");
-  db.migrate_schema();
-  EXPECT_THAT(log.lines(), IsEmpty());
-  expect_state("1024|0|wal|5000|1|7|4");
-}
-
-TEST(SchemaTest, ADatabaseInMemoryIsOpenedOnce) {
-  Database memory(":memory:");
-  open(memory);
-  EXPECT_EQ(dump(memory, "SELECT value FROM schema_info"), "3");
-}
-
 }  // namespace
 }  // namespace veldra

@@ -1,10 +1,9 @@
-// What a disk must have free for a VACUUM, and where that puts its copy.
+// What a disk must have free for a VACUUM.
 #include <gtest/gtest.h>
 
 #include "support/database_test_access.h"
 #include "support/environment.h"
 #include "support/fake_disk.h"
-#include "support/temp_directory.h"
 
 namespace veldra {
 namespace {
@@ -33,28 +32,6 @@ TEST(SpaceTest, ADiskFallsShortByTheFirstDirectoryThatDoes) {
     const FakeDisk disk({{"/data", {1, beside}}, {"/fake/tmp", {device, temporary}}});
     EXPECT_EQ(_disk_shortfall("/data/", DATA).value_or("none"),
               shortfall ? std::string("not enough disk space: ") + shortfall : "none");
-  }
-}
-
-TEST(SpaceTest, TheCopyGoesWhereSqliteIsToldOrToTheFirstUsableDirectory) {
-  {
-    const FakeDisk disk({{"/data", {1, MARGIN}}, {"/scratch", {2, 7 * _MIB}}});
-    const EnvironmentVariable told("SQLITE_TMPDIR", "/scratch/");
-    EXPECT_EQ(_disk_shortfall("/data", 0),
-              "not enough disk space: 7 MiB free in /scratch, 64 MiB needed");
-    // A missing temporary directory counts as one volume, and only the database's is asked.
-    const EnvironmentVariable missing("SQLITE_TMPDIR", "/missing");
-    EXPECT_EQ(_disk_shortfall("/data", 0), std::nullopt);
-  }
-  const TempDirectory directory;
-  const char* const usable = directory.path().c_str();
-  const EnvironmentVariable unset("TMP", nullptr);
-  for (const auto& [tmpdir, temp, expected] :
-       {std::tuple(usable, "/var/tmp", usable), std::tuple("", usable, usable),
-        std::tuple("/no/such", "/dev/null", "/tmp")}) {
-    const EnvironmentVariable first("TMPDIR", tmpdir);
-    const EnvironmentVariable second("TEMP", temp);
-    EXPECT_EQ(disk().temporary_directory(), expected);
   }
 }
 

@@ -103,20 +103,6 @@ TEST_F(TransactionTest, WhateverTheBodyDoesToTheTransactionItEnds) {
   EXPECT_EQ(sum(), "1") << "COMMIT relies on the body's cursor";
 }
 
-TEST_F(TransactionTest, AnotherThreadsStatementWaitsAndStandsByItself) {
-  std::future<void> other;
-  EXPECT_THROW(db->transaction([&](Cursor& cursor) {
-    cursor.execute("INSERT INTO t VALUES (1)");
-    other = std::async(std::launch::async, [&] { db->execute("INSERT INTO t VALUES (2)"); });
-    EXPECT_FALSE(finished(other, 50ms)) << "ran inside another thread's transaction";
-    throw 42;
-  }),
-               int);
-  EXPECT_TRUE(finished(other));
-  EXPECT_NO_THROW(other.get());
-  EXPECT_EQ(sum(), "2");
-}
-
 TEST_F(TransactionTest, ExecutemanyOutsideAScopeCommitsEachElement) {
   EXPECT_THROW(db->executemany("INSERT INTO t VALUES (?)", {{1}, {2}, {2}, {4}}), IntegrityError);
   EXPECT_EQ(sum(), "3");

@@ -1,4 +1,4 @@
-// How files are divided among the threads, and how they come back.
+// How parsed files come back from the threads.
 #include "veldra-index/parse/ready_files.h"
 
 #include <gtest/gtest.h>
@@ -6,37 +6,9 @@
 #include <future>
 
 #include "support/finished.h"
-#include "veldra-index/parse/batches.h"
 
 namespace veldra::tool {
 namespace {
-
-TEST(BatchesTest, AreLargeFirstAndFitOnACommandLine) {
-  constexpr std::int64_t KIB = 1024;
-  struct Case {
-    std::size_t files;
-    std::int64_t size;
-    std::size_t path_length;
-    int jobs;
-    std::size_t first, last;  // how many files these batches have
-  };
-  const Case cases[] = {{1, 100'000 * KIB, 9, 2, 1, 1}, {10, 1, 9, 4, 10, 10},
-                        {1000, 64 * KIB, 9, 1, 64, 2},  {1000, 64 * KIB, 9, 16, 32, 2},
-                        {1000, 0, 1000, 1, 66, 10},     {0, 0, 1, 1, 0, 0}};
-  for (const auto& [count, size, path_length, jobs, first, last] : cases) {
-    const std::vector<PassFile> files(count, {{std::string(path_length, 'p'), size, 0}, {}});
-    const auto batches = make_batches(files, jobs);
-    const PassFile* next = files.data();
-    for (const auto& batch : batches) {
-      ASSERT_FALSE(batch.empty());
-      EXPECT_EQ(batch.data(), next) << "a file was left out or came twice";
-      next += batch.size();
-    }
-    EXPECT_EQ(next, files.data() + files.size());
-    EXPECT_EQ(batches.empty() ? 0 : batches.front().size(), first);
-    EXPECT_EQ(batches.empty() ? 0 : batches.back().size(), last);
-  }
-}
 
 std::unique_ptr<ParsedFile> file_of(std::size_t bytes) {
   auto file = std::make_unique<ParsedFile>();

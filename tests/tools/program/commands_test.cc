@@ -106,18 +106,6 @@ TEST(RebuildTest, GoesOnBehindAFileThatKillsCtags) {
   EXPECT_EQ(tree.rows(FILES).size(), 5U) << "its text is of use all the same";
 }
 
-TEST(RebuildTest, KnowsWhichFileASymbolIsIn) {
-  ToolTree tree;
-  tree.write("a/run", "no program\n");
-  tree.write("b/run", "#!/bin/sh\nrun_it() { :; }\n");
-  std::filesystem::permissions(tree.path("b/run"), std::filesystem::perms::owner_all);
-  tree.write("-V \"new\nline.c", "int dash;\n");
-  ASSERT_EQ(tree.run({"rebuild", "--jobs", "1"}).status, 0);
-  EXPECT_THAT(tree.rows("SELECT f.path, s.name FROM symbols s JOIN files f ON f.id = s.file_id"
-                        " WHERE s.kind <> 'anchor' ORDER BY 1"),
-              ElementsAre("-V \"new\nline.c|dash", "b/run|run_it"));
-}
-
 TEST_F(ProjectTest, ARebuildIsRefusedWhileAnotherRunsAndCleansUpWhenInterrupted) {
   const std::vector<std::string> before = tree.rows(CONTENT);
   tree.use_stand_in_ctags();
@@ -222,18 +210,6 @@ TEST_F(ProjectTest, AnUpdateEndsWithWhatARebuildWouldMake) {
   }
 }
 
-TEST(UpdateTest, ParsesAgainWhatAnotherCtagsMayParseOtherwise) {
-  ToolTree tree;
-  tree.use_stand_in_ctags("5.9.0");
-  tree.write("a.c", "text\n");
-  tree.write("b.py", "text\n");
-  ASSERT_EQ(tree.run({"rebuild"}).status, 0);
-  EXPECT_EQ(tree.json({"update"})["parsed"], 0) << "the rebuild did not record its own ctags";
-  tree.use_stand_in_ctags("5.9.1");
-  EXPECT_EQ(tree.json({"update"})["parsed"], 2);
-  EXPECT_EQ(tree.json({"update"})["parsed"], 0);
-}
-
 TEST_F(ProjectTest, ASearchFindsWhatPeopleType) {
   const std::pair<std::vector<std::string>, std::string> cases[] = {
       {{"FOO->BA"}, "notes.txt:1 "},
@@ -258,15 +234,6 @@ TEST_F(ProjectTest, ASearchFindsWhatPeopleType) {
       "\033[35msrc/main.cc\033[0m-\033[32m2\033[0m-#include <vector>\n"
       "\033[35msrc/main.cc\033[0m:\033[32m3\033[0m:int main() { return "
       "util::\033[1;31mswap_index_from\033[0m(1); }\n");
-}
-
-TEST(SearchTest, ListsExactNamesFirst) {
-  const ToolTree tree;
-  tree.write("a.c", "struct SwapPart {};\nint swap;\nint swap_two;\n");
-  ASSERT_EQ(tree.run({"rebuild"}).status, 0);
-  EXPECT_EQ(tree.run({"symbols", "swap"}).out,
-            "a.c:2: variable swap\na.c:1: struct SwapPart\na.c:3: variable swap_two\n");
-  EXPECT_EQ(tree.run({"symbols", "swap*"}).out, "a.c:2: variable swap\na.c:3: variable swap_two\n");
 }
 
 TEST_F(ProjectTest, AnswersTellWhoImportsAndHowTheIndexIs) {

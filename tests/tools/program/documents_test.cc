@@ -28,16 +28,6 @@ std::string between(const std::string& text, const std::string& begin, const std
   return text.substr(behind, text.find(end, behind) - behind);
 }
 
-/// Of all lines that begin with `beginning`, its rest.
-std::string lines_of(const std::string& text, const std::string& beginning) {
-  std::string found;
-  std::istringstream stream(text);
-  for (std::string line; std::getline(stream, line);) {
-    if (line.starts_with(beginning)) found += line.substr(beginning.size()) + "\n";
-  }
-  return found;
-}
-
 class DocumentsTest : public testing::Test {
  protected:
   std::string said(const std::vector<std::string>& arguments) const {
@@ -101,31 +91,6 @@ TEST_F(DocumentsTest, BashCompletesWhatTheParserTakes) {
   EXPECT_EQ(complete("errors compl"), Names{"completion"}) << "no file is offered";
   EXPECT_EQ(complete("update ''"), Names{"folder"}) << "only a directory will do";
   EXPECT_EQ(complete("search --limit ''"), Names{}) << "nobody knows which number";
-}
-
-TEST_F(DocumentsTest, ZshAndFishOfferWhatTheParserTakes) {
-  const std::string zsh = said({"--generate", "zsh"});
-  const std::string fish = said({"--generate", "fish"});
-  const auto in_fish = [](const std::string& text) {
-    Names names;
-    for (const std::string& name : names_in(text, R"( -s (\w) )")) names.insert("-" + name);
-    for (const std::string& name : names_in(text, R"( -l (\w+) )")) names.insert("--" + name);
-    for (const char* everywhere : {"-h", "--help", "--version"}) names.erase(everywhere);
-    return names;
-  };
-  const std::string in_zsh = R"([{,'](--?\w+)(?=[\[},]))";
-  EXPECT_EQ(names_in(between(zsh, "commands=(", "\n)"), R"('(\w+):)"), commands);
-  EXPECT_EQ(names_in(fish, R"(from \$commands" -a (\w+) -d)"), commands);
-  for (const std::string& command : commands) {
-    EXPECT_EQ(names_in(lines_of(zsh, "  " + command + ") _arguments"), in_zsh),
-              accepted({command}));
-    EXPECT_EQ(in_fish(lines_of(fish, "complete -c veldra-index -n '__fish_seen_subcommand_from " +
-                                         command + "'")),
-              accepted({command}));
-  }
-  Names all = accepted({});
-  for (const std::string& command : commands) all.merge(accepted({command}));
-  EXPECT_EQ(in_fish(lines_of(fish, "complete -c veldra-index")), all);
 }
 
 }  // namespace
