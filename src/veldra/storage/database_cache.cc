@@ -26,7 +26,7 @@ std::filesystem::path resolved(const std::filesystem::path& db_path) {
     throw ProgrammingError("a database in memory belongs to one object: it cannot be cached");
   (void)plain_file_name(db_path);  // throws for a name that no file can have
   std::error_code code;
-  const std::filesystem::path path =
+  std::filesystem::path path =
       std::filesystem::weakly_canonical(std::filesystem::absolute(db_path), code);
   if (code) throw_os_error(code, "cannot resolve", db_path);
   return path;
