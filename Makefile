@@ -13,7 +13,7 @@ BUILD := build/release
 TOOL := $(BUILD)/tools/veldra-index
 SHELL := /bin/bash
 .DEFAULT_GOAL := help
-.PHONY: help deps configure build run test bench reference install package clean
+.PHONY: help deps configure build run test check format bench reference install package clean
 
 help: ## this list
 	@awk -F ':.*## ' '/^[a-z]+:.*## / { printf "  make %-9s%s\n", $$1, $$2 }' Makefile
@@ -34,6 +34,19 @@ run: build ## index REPO (default: this one) into DB, then print its statistics 
 
 test: build ## run every test
 	@scripts/run-tests.sh release
+
+check: deps ## what is to pass before a commit: format, lint, tests with assertions (needs the packages of --ci)
+	@scripts/check-format.sh
+	@scripts/check-floors.sh
+	@scripts/check-version.sh
+	@shellcheck -x scripts/*.sh tests/*.sh tests/install/*.sh .ci/run
+	@scripts/quietly.sh "Configure" cmake --preset clang
+	@scripts/quietly.sh "Build" cmake --build --preset clang --parallel $(JOBS)
+	@scripts/quietly.sh "Lint" scripts/check-tidy.sh build/clang src tools
+	@scripts/run-tests.sh clang -LE slow
+
+format: ## write every C++ file as .clang-format has it
+	@scripts/check-format.sh --fix
 
 bench: build ## compare with the bare SQLite library, in one run; plots go to bench/report.html
 	@scripts/quietly.sh "Benchmarks" $(BUILD)/bench/veldra_bench \

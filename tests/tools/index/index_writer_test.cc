@@ -41,13 +41,14 @@ TEST(BuildLockTest, IsHeldByOneWhateverItsFileGoesThrough) {
   std::atomic<int> taken = 0;
   std::atomic<bool> shared = false;
   std::vector<std::jthread> builders;
-  for (int builder = 0; builder < 4; ++builder) {
+  for (int builder = 0; builder < 8; ++builder) {
     builders.emplace_back([&] {
-      while (taken < 20'000 && !shared) {
+      while (taken < 200 && !shared) {
         try {
           const BuildLock lock(place);
           if (++holders > 1) shared = true;
           ++taken;
+          std::this_thread::yield();  // the others try meanwhile
           --holders;
         } catch (const Failure&) {  // another has it
         }

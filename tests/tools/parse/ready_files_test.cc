@@ -20,7 +20,7 @@ TEST(ReadyFilesTest, HoldsProducersBackUntilThereIsRoomOrNobodyWantsMore) {
   using namespace std::chrono_literals;
   ReadyFiles ready(2);
   std::future<bool> waiter;
-  EXPECT_TRUE(ready.put(file_of(ReadyFiles::READY_BYTES)));
+  EXPECT_TRUE(ready.put(file_of(ReadyFiles::READY_BYTES - 1024)));
   waiter = std::async(std::launch::async, [&] { return ready.put(file_of(1)); });
   EXPECT_FALSE(finished(waiter, 50ms)) << "more was taken than there is room for";
   EXPECT_NE(ready.take(), nullptr);
@@ -31,7 +31,7 @@ TEST(ReadyFilesTest, HoldsProducersBackUntilThereIsRoomOrNobodyWantsMore) {
   EXPECT_NE(ready.take(), nullptr) << "what is ready is lost when its producer is done";
   EXPECT_EQ(ready.take(), nullptr);
 
-  EXPECT_TRUE(ready.put(file_of(ReadyFiles::READY_BYTES)));
+  EXPECT_TRUE(ready.put(file_of(ReadyFiles::READY_BYTES - 1024)));
   waiter = std::async(std::launch::async, [&] { return ready.put(file_of(1)); });
   EXPECT_FALSE(ready.stopped());
   ready.stop();

@@ -94,16 +94,29 @@ TEST(RebuildTest, TakesTheFilesThatGitWouldAndLeavesTheIndexAlone) {
       << "an ignored folder that was asked for was taken for empty, or its index was indexed";
 }
 
-TEST(RebuildTest, GoesOnBehindAFileThatKillsCtags) {
+TEST(RebuildTest, GoesOnBehindFilesThatKillCtagsOrKeepIt) {
   ToolTree tree;
   tree.use_stand_in_ctags();
-  for (const char* name : {"a.c", "b.c", "crash.c", "d.c", "e.c"}) tree.write(name, "text\n");
-  ASSERT_EQ(tree.run({"rebuild", "--jobs", "1"}).status, 0);
+  for (const char* name : {"a.c", "b.c", "crash.c", "d.c", "e.c", "hang.c", "i.c"}) {
+    tree.write(name, "text\n");
+  }
+  ASSERT_EQ(tree.run({"rebuild", "--jobs", "1", "--file-limit", "1"}).status, 0);
   EXPECT_THAT(tree.rows("SELECT name FROM symbols WHERE kind = 'function' ORDER BY name"),
-              ElementsAre("in_a.c", "in_b.c", "in_d.c", "in_e.c"));
-  EXPECT_THAT(tree.rows("SELECT file_path, error_type FROM index_errors"),
-              ElementsAre("crash.c|parse_error"));
-  EXPECT_EQ(tree.rows(FILES).size(), 5U) << "its text is of use all the same";
+              ElementsAre("in_a.c", "in_b.c", "in_d.c", "in_e.c", "in_i.c"));
+  EXPECT_THAT(tree.rows("SELECT file_path, error_type FROM index_errors ORDER BY 1"),
+              ElementsAre("crash.c|parse_error", "hang.c|parse_timeout"));
+  EXPECT_EQ(tree.rows(FILES).size(), 7U) << "their text is of use all the same";
+}
+
+TEST(NoChildrenTest, AChildThatIsStartedMeanwhileEndsAtOnce) {
+  ChildProcess before({"sleep", "60"}, ".");
+  EXPECT_FALSE(before.wait_for(std::chrono::milliseconds(20)));
+  {
+    const NoChildren no_children;
+    EXPECT_EQ(before.wait(), 128 + SIGKILL);
+    EXPECT_EQ(run_program({"sleep", "60"}).status, 128 + SIGKILL);
+  }
+  EXPECT_EQ(run_program({"true"}).status, 0);
 }
 
 TEST_F(ProjectTest, ARebuildIsRefusedWhileAnotherRunsAndCleansUpWhenInterrupted) {

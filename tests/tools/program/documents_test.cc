@@ -39,7 +39,7 @@ class DocumentsTest : public testing::Test {
   /// What the parser takes, without help and version.
   Names accepted(std::vector<std::string> command) const {
     command.emplace_back("--help");
-    Names names = names_in("\n" + said(command), R"(\n  (?:-\w,)?(--[a-z]+|-\w\b))");
+    Names names = names_in("\n" + said(command), R"(\n  (?:-\w,)?(--[a-z-]+|-\w\b))");
     names.merge(names_in("\n" + said(command), R"(\n  (-\w),)"));
     for (const char* everywhere : {"-h", "--help", "--version"}) names.erase(everywhere);
     return names;
@@ -53,7 +53,7 @@ class DocumentsTest : public testing::Test {
 TEST_F(DocumentsTest, TheManPageNamesEveryCommandAndOption) {
   const std::string man =
       std::regex_replace(said({"--generate", "man"}), std::regex(R"(\\-)"), "-");
-  const std::string option = R"(\\fB(--?\w+)\\fR)";
+  const std::string option = R"(\\fB(--?[\w-]+)\\fR)";
   EXPECT_EQ(names_in(between(man, ".SH COMMANDS", ".SH OPTIONS"), R"(\.TP\n\\fB([a-z]+)\\fR)"),
             commands);
   for (const std::string& command : commands) {

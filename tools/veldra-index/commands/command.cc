@@ -6,6 +6,10 @@
 
 namespace veldra::tool {
 
+ParseLimits limits_of(const Options& options) {
+  return {options.jobs, std::chrono::seconds(options.file_limit_s)};
+}
+
 std::vector<std::string> Argument::spellings() const {
   std::vector<std::string> all;
   std::istringstream stream(names);

@@ -9,6 +9,8 @@
 #include <variant>
 #include <vector>
 
+#include "veldra-index/parse/parse_files.h"
+
 namespace veldra::tool {
 
 /// How many answers may be asked for.
@@ -21,8 +23,12 @@ struct Options {
   bool json = false;
   bool color = false;
   bool quiet = false;
-  int jobs = 1;  // threads that parse
+  int jobs = 1;           // threads that parse
+  int file_limit_s = 30;  // that ctags may take for one file
 };
+
+/// What parsing is allowed.
+ParseLimits limits_of(const Options& options);
 
 /// An option, or a word that a command takes. Parser, help, man page and completions are made of
 /// it.

@@ -35,12 +35,12 @@ PassPlan everything(const Tree& tree) {
   return plan;
 }
 
-PassResult fill(StagingFile& staging, const IndexPlace& place, int jobs) {
+PassResult fill(StagingFile& staging, const IndexPlace& place, const ParseLimits& limits) {
   const StopInOrder stop_in_order;
   const Tree tree = walk_tree(place);
   PassResult result;
   staging.fill(
-      [&](Cursor& cursor) { result = run_pass(cursor, place, tree, everything(tree), jobs); });
+      [&](Cursor& cursor) { result = run_pass(cursor, place, tree, everything(tree), limits); });
   return result;
 }
 
@@ -87,7 +87,7 @@ int rebuild(const Options& options) {
   std::optional<OpenIndex> index = open_old_index(place);
 
   StagingFile staging(place.staging());
-  const PassResult result = fill(staging, place, options.jobs);
+  const PassResult result = fill(staging, place, limits_of(options));
 
   if (!index) index = OpenIndex::existing_or_new(place);
   const RowCounts rows = swap_in(**index, place, ctags);

@@ -53,7 +53,7 @@ int update(const Options& options) {
   if (!plan.files.empty() || !plan.gone.empty()) {
     const StopInOrder stop_in_order;
     index->transaction(
-        [&](Cursor& cursor) { result = run_pass(cursor, place, tree, plan, options.jobs); });
+        [&](Cursor& cursor) { result = run_pass(cursor, place, tree, plan, limits_of(options)); });
   }
   record_pass(*index);
   print(options, result, index->compact(), tree.files.size());

@@ -2,7 +2,7 @@
 
 #include <filesystem>
 
-#include "veldra-index/tree/file_descriptor.h"
+#include "veldra-index/process/file_descriptor.h"
 #include "veldra-index/tree/index_place.h"
 
 namespace veldra::tool {

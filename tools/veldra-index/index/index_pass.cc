@@ -8,7 +8,7 @@
 namespace veldra::tool {
 
 PassResult run_pass(Cursor& cursor, const IndexPlace& place, const Tree& tree, const PassPlan& plan,
-                    int jobs) {
+                    const ParseLimits& limits) {
   // First a statement that writes: the transaction then waits for other writers now, where it still
   // can, instead of failing later. What is unusable is tried, and recorded, anew in every pass.
   cursor.execute("DELETE FROM index_errors WHERE file_path NOT IN (SELECT path FROM files)");
@@ -23,7 +23,7 @@ PassResult run_pass(Cursor& cursor, const IndexPlace& place, const Tree& tree, c
     writer.record_problems(folder.path, {{"io_error", folder.message, std::nullopt}});
   }
   Progress progress("Indexing", plan.files.size(), "files");
-  parse_files(place.root, plan.files, jobs, [&](const std::unique_ptr<ParsedFile>& file) {
+  parse_files(place.root, plan.files, limits, [&](const std::unique_ptr<ParsedFile>& file) {
     check_interrupted();
     progress.advance();
     if (file->source.kind == SourceText::Kind::Text) {

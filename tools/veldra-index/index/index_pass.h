@@ -26,10 +26,10 @@ struct PassResult {
   std::int64_t unusable = 0;
 };
 
-/// Carries out `plan` for the files of `tree` inside the transaction of `cursor`, with `jobs`
-/// threads.
+/// Carries out `plan` for the files of `tree` inside the transaction of `cursor`, within
+/// `limits`.
 PassResult run_pass(Cursor& cursor, const IndexPlace& place, const Tree& tree, const PassPlan& plan,
-                    int jobs);
+                    const ParseLimits& limits);
 
 /// Notes the time of a finished pass in the index, in UTC.
 void record_pass(Database& index);

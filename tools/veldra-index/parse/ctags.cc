@@ -65,7 +65,8 @@ std::map<std::string, std::int64_t> extractor_versions(const CtagsProgram& progr
   return versions;
 }
 
-CtagsAnswer ask_ctags(const std::filesystem::path& root, std::span<const std::string_view> paths) {
+CtagsAnswer ask_ctags(const std::filesystem::path& root, std::span<const std::string_view> paths,
+                      std::chrono::milliseconds patience) {
   // Only the fields in use; no option files: those of a repository are not ours to trust. The
   // output is given by its name, since what ctags takes for its standard output gets a copy, made
   // byte by byte, of a temporary file.
@@ -75,9 +76,10 @@ CtagsAnswer ask_ctags(const std::filesystem::path& root, std::span<const std::st
   for (const std::string_view path : paths) {  // one that begins with a dash would be an option
     arguments.push_back((path.starts_with('-') ? "./" : "") + std::string(path));
   }
-  Captured captured = run_program(arguments, root);
+  Captured captured = run_program(arguments, root, patience);
 
   CtagsAnswer answer;
+  answer.timed_out = captured.timed_out;
   if (paths.size() == 1) {
     answer.complete = captured.status == 0;
     if (!answer.complete) captured.output.resize(captured.output.rfind('\n') + 1);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <map>
@@ -29,13 +30,15 @@ struct CtagsAnswer {
   /// False when ctags ended early, or when it is not certain whose tags are whose: ask for fewer of
   /// the files. The answer of a single file then holds the whole lines that ctags gave.
   bool complete = false;
+  bool timed_out = false;         // it is not complete because ctags took too long
   std::vector<std::string> tags;  // of each file: one JSON object per line
 };
 
 /// Runs one ctags in `root` over `paths`, which are UTF-8 and relative to it, and fit on a command
-/// line. Throws `std::system_error` when it cannot be started.
+/// line, for `patience` at most. Throws `std::system_error` when it cannot be started.
 ///
 /// Thread safety: any thread.
-CtagsAnswer ask_ctags(const std::filesystem::path& root, std::span<const std::string_view> paths);
+CtagsAnswer ask_ctags(const std::filesystem::path& root, std::span<const std::string_view> paths,
+                      std::chrono::milliseconds patience);
 
 }  // namespace veldra::tool

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <filesystem>
 #include <functional>
@@ -11,16 +12,23 @@
 
 namespace veldra::tool {
 
-/// Reads and parses `files`, with `jobs` threads and one ctags process each for some files at a
-/// time, and gives every one to `consume` on the calling thread, as it gets ready: in no fixed
+struct ParseLimits {
+  int jobs = 1;                                // threads
+  std::chrono::milliseconds per_file{30'000};  // that ctags may take for one
+};
+
+/// Reads and parses `files`, with `limits.jobs` threads and one ctags process each for some files
+/// at a time, and gives every one to `consume` on the calling thread, as it gets ready: in no fixed
 /// order, each exactly once.
 ///
 /// Which files are underway is bounded by their bytes, so a slow `consume` slows the threads down.
 /// A file whose content is that of its `known_stamp` is not parsed. A file at which ctags ends
-/// early is recorded so, and the others are not affected. Throws what `consume` throws,
+/// early, or which takes it longer than `limits.per_file`, is recorded so, and the others are not
+/// affected. Throws what `consume` throws,
 /// `std::system_error` when ctags cannot be started, and `Interrupted`; the threads and the
 /// processes have ended then.
-void parse_files(const std::filesystem::path& root, std::span<const PassFile> files, int jobs,
+void parse_files(const std::filesystem::path& root, std::span<const PassFile> files,
+                 const ParseLimits& limits,
                  const std::function<void(std::unique_ptr<ParsedFile>)>& consume);
 
 }  // namespace veldra::tool

@@ -2,45 +2,53 @@
 #include "veldra-index/process/child_process.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <spawn.h>
 #include <sys/mman.h>
+#include <sys/pidfd.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <mutex>
 #include <system_error>
 #include <utility>
 
+#include "veldra-index/process/file_descriptor.h"
+
 namespace veldra::tool {
 namespace {
 
-std::mutex
-    running_mutex;  // guards running; held while a pid is reaped, so none is killed after that
+// Guards what follows; held while a pid is reaped, so that none is killed after that.
+std::mutex running_mutex;
 std::vector<pid_t> running;
+int refusals = 0;  // how many `NoChildren` live
+
+/// And what it started: each has a process group of its own.
+void kill_group(pid_t pid) {
+  ::kill(-pid, SIGKILL);
+}
 
 /// A file that has no name and lies in memory.
 class MemoryFile {
  public:
-  MemoryFile() : _fd(::memfd_create("output", MFD_CLOEXEC)) {
-    if (_fd < 0) throw std::system_error(errno, std::generic_category(), "memfd_create");
+  MemoryFile() : _file(::memfd_create("output", MFD_CLOEXEC)) {
+    if (fd() < 0) throw std::system_error(errno, std::generic_category(), "memfd_create");
   }
-  MemoryFile(const MemoryFile&) = delete;
-  MemoryFile& operator=(const MemoryFile&) = delete;
-  ~MemoryFile() { ::close(_fd); }
 
-  int fd() const { return _fd; }
+  int fd() const { return _file.get(); }
 
   std::string text() const {
     struct stat status {};
-    if (::fstat(_fd, &status) != 0)
+    if (::fstat(fd(), &status) != 0)
       throw std::system_error(errno, std::generic_category(), "fstat");
     std::string text(static_cast<std::size_t>(status.st_size), '\0');
     for (std::size_t used = 0; used < text.size();) {
       const ssize_t count =
-          ::pread(_fd, text.data() + used, text.size() - used, static_cast<off_t>(used));
+          ::pread(fd(), text.data() + used, text.size() - used, static_cast<off_t>(used));
       if (count <= 0) throw std::system_error(errno, std::generic_category(), "pread");
       used += static_cast<std::size_t>(count);
     }
@@ -48,7 +56,7 @@ class MemoryFile {
   }
 
  private:
-  const int _fd;
+  const FileDescriptor _file;
 };
 
 /// The attributes and file actions of one posix_spawn.
@@ -103,11 +111,12 @@ ChildProcess::ChildProcess(const std::vector<std::string>& arguments,
       ::posix_spawnp(&_pid, argv[0], &setup.actions, &setup.attributes, argv.data(), environ);
   if (error != 0) throw std::system_error(error, std::generic_category(), arguments[0]);
   running.push_back(_pid);
+  if (refusals > 0) kill_group(_pid);
 }
 
 ChildProcess::~ChildProcess() {
   if (_pid < 0) return;
-  ::kill(_pid, SIGKILL);
+  kill_group(_pid);
   wait();
 }
 
@@ -126,16 +135,41 @@ int ChildProcess::wait() {
   return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
-void ChildProcess::kill_all() {
+bool ChildProcess::wait_for(std::chrono::milliseconds patience) const {
+  const FileDescriptor process(::pidfd_open(_pid, 0));
+  if (process.get() < 0) throw std::system_error(errno, std::generic_category(), "pidfd_open");
+  const auto deadline = std::chrono::steady_clock::now() + patience;
+  for (;;) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(
+        std::max(deadline - std::chrono::steady_clock::now(), std::chrono::nanoseconds(0)));
+    pollfd ended{process.get(), POLLIN, 0};
+    const int count = ::poll(&ended, 1, static_cast<int>(left.count()));
+    if (count >= 0) return count > 0;
+    if (errno != EINTR) throw std::system_error(errno, std::generic_category(), "poll");
+  }
+}
+
+NoChildren::NoChildren() {
   const std::lock_guard lock(running_mutex);
-  for (const pid_t pid : running) ::kill(pid, SIGKILL);
+  ++refusals;
+  for (const pid_t pid : running) kill_group(pid);
+}
+
+NoChildren::~NoChildren() {
+  const std::lock_guard lock(running_mutex);
+  --refusals;
 }
 
 Captured run_program(const std::vector<std::string>& arguments,
-                     const std::filesystem::path& directory) {
+                     const std::filesystem::path& directory,
+                     std::optional<std::chrono::milliseconds> patience) {
   const MemoryFile output;
-  ChildProcess program(arguments, directory, output.fd());
-  const int status = program.wait();
+  std::optional<ChildProcess> program(std::in_place, arguments, directory, output.fd());
+  if (patience && !program->wait_for(*patience)) {
+    program.reset();  // kills it
+    return {128 + SIGKILL, output.text(), true};
+  }
+  const int status = program->wait();
   return {status, output.text()};
 }
 

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -33,9 +34,10 @@ std::vector<std::string> files_to_remove;
 
 void watch(sigset_t signals) {
   int signal_number = 0;
+  std::optional<NoChildren> no_children;  // from the first signal on
   while (::sigwait(&signals, &signal_number) == 0 && signal_number != STOP_WATCHING) {
     const bool first = signal_received.exchange(signal_number) == 0;
-    ChildProcess::kill_all();
+    no_children.emplace();
     if (!first || !stop_in_order) end_process(signal_number);
   }
 }

@@ -9,6 +9,7 @@
 #include <system_error>
 
 #include "veldra-index/process/child_process.h"
+#include "veldra-index/process/interrupt.h"
 
 namespace veldra::tool {
 namespace {
@@ -48,6 +49,7 @@ class Lister {
       : _place(place), _tree(tree), _has_index(::stat(place.db.c_str(), &_index) == 0) {}
 
   void add(const std::string& path) {
+    check_interrupted();
     struct stat status {};
     if (::lstat((_place.root / path).c_str(), &status) != 0) return;  // tracked, but gone
     if (!S_ISREG(status.st_mode) || _place.owns(path) || _is_index(status)) return;

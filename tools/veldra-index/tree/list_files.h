@@ -26,6 +26,7 @@ struct Tree {
 ///
 /// A root that the checkout around it ignores is listed as if there were no git, and so is one that
 /// git refuses to look at.
+/// Throws `Interrupted`.
 Tree walk_tree(const IndexPlace& place);
 
 }  // namespace veldra::tool

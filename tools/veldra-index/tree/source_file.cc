@@ -12,8 +12,8 @@
 #include <cstring>
 #include <system_error>
 
+#include "veldra-index/process/file_descriptor.h"
 #include "veldra-index/tree/encoding.h"
-#include "veldra-index/tree/file_descriptor.h"
 
 namespace veldra::tool {
 namespace {
