@@ -6,17 +6,6 @@
 namespace veldra {
 namespace {
 
-TEST(IsReadStatementTest, JudgesByHowTheStatementBegins) {
-  for (const char* const sql :
-       {" \n\v select 1", "WITH t AS (SELECT 1) INSERT INTO files(path) SELECT 'a' FROM t",
-        "SELECTED", "\t pragma USER_version \n;;; "})
-    EXPECT_TRUE(_is_read_statement(sql)) << sql;
-  for (const char* const sql : {"PRAGMA user_version; ;", "PRAGMA  user_version",
-                                "PRAGMA main.user_version", "PRAGMA user_version = 3",
-                                "-- note\nSELECT 1", "(SELECT 1)", "EXPLAIN SELECT 1", "WIT", ""})
-    EXPECT_FALSE(_is_read_statement(sql)) << sql;
-}
-
 class QueriesTest : public ::testing::Test {
  protected:
   QueriesTest() {

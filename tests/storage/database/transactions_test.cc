@@ -103,10 +103,5 @@ TEST_F(TransactionTest, WhateverTheBodyDoesToTheTransactionItEnds) {
   EXPECT_EQ(sum(), "1") << "COMMIT relies on the body's cursor";
 }
 
-TEST_F(TransactionTest, ExecutemanyOutsideAScopeCommitsEachElement) {
-  EXPECT_THROW(db->executemany("INSERT INTO t VALUES (?)", {{1}, {2}, {2}, {4}}), IntegrityError);
-  EXPECT_EQ(sum(), "3");
-}
-
 }  // namespace
 }  // namespace veldra

@@ -89,7 +89,7 @@ class Worker {
       if (answer.timed_out) {
         file.problems.push_back({"parse_timeout",
                                  fmt::format("ctags took longer than {} s; see --file-limit",
-                                             _per_file.count() / 1000.0),
+                                             std::chrono::duration<double>(_per_file).count()),
                                  std::nullopt});
       } else if (!answer.complete) {
         file.problems.push_back(

@@ -5,10 +5,12 @@
 #include <poll.h>
 #include <spawn.h>
 #include <sys/mman.h>
-#include <sys/pidfd.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+extern "C" {  // which glibc 2.36 forgets in this header
+#include <sys/pidfd.h>
+}
 
 #include <algorithm>
 #include <cerrno>
