@@ -37,10 +37,10 @@ target_compile_definitions(veldra_sqlite PRIVATE
   SQLITE_USE_URI=0                     # a path is a file name, never a URI
   SQLITE_DQS=0                         # "text" in double quotes is a name, a misspelt one an error
   SQLITE_OMIT_DEPRECATED
-  SQLITE_OMIT_SHARED_CACHE
   SQLITE_OMIT_LOAD_EXTENSION           # a hostile file or query loads no code
   HAVE_USLEEP=1                        # a busy wait sleeps milliseconds, not whole seconds
 )
+target_compile_definitions(veldra_sqlite PUBLIC $<BUILD_INTERFACE:SQLITE_OMIT_SHARED_CACHE>)  # its users lack a function
 # The journal mode, synchronous, foreign keys and secure_delete are the connection's pragmas, so that the
 # layer behaves the same on every SQLite; their defaults stay SQLite's own.
 set_target_properties(veldra_sqlite PROPERTIES

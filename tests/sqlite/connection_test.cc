@@ -94,6 +94,7 @@ TEST(ConnectionTest, ACallbackOfTheWriterIsRefusedWhateverItDoes) {
   EXPECT_EQ(dump(*db, "SELECT count(*) FROM components"), "2");
 }
 
+#ifndef SQLITE_OMIT_SHARED_CACHE
 TEST(ConnectionTest, WhereTheHostSharesCachesNobodyMeetsTheLocksOfAnother) {
   ASSERT_EQ(sqlite3_enable_shared_cache(1), SQLITE_OK);
   TempDatabase db;
@@ -103,6 +104,7 @@ TEST(ConnectionTest, WhereTheHostSharesCachesNobodyMeetsTheLocksOfAnother) {
   });
   sqlite3_enable_shared_cache(0);
 }
+#endif
 
 TEST(ConnectionTest, APathIsAPlainFileNameWhateverItLooksLike) {
   const TempDirectory directory;
