@@ -5,6 +5,8 @@
 
 #include <utility>
 
+#include "veldra/storage/limits.h"
+
 namespace veldra {
 
 Error::Error(std::string message, int code) : _message(std::move(message)), _code(code) {}
@@ -45,6 +47,9 @@ const char* SchemaMigrationError::what() const noexcept {
   return _message.c_str();
 }
 
+QueryInterrupted::QueryInterrupted() : OperationalError("interrupted", SQLITE_INTERRUPT) {}
+QueryInterrupted::~QueryInterrupted() = default;
+
 void throw_error(int code, std::string message) {
   switch (code & 0xff) {  // the low byte of an extended code is its primary code
     case SQLITE_ERROR:
@@ -54,13 +59,14 @@ void throw_error(int code, std::string message) {
     case SQLITE_LOCKED:
     case SQLITE_NOMEM:
     case SQLITE_READONLY:
-    case SQLITE_INTERRUPT:
     case SQLITE_IOERR:
     case SQLITE_FULL:
     case SQLITE_CANTOPEN:
     case SQLITE_PROTOCOL:
     case SQLITE_SCHEMA:
       throw OperationalError(std::move(message), code);
+    case SQLITE_INTERRUPT:
+      throw QueryInterrupted();
     case SQLITE_CONSTRAINT:
     case SQLITE_MISMATCH:
       throw IntegrityError(std::move(message), code);

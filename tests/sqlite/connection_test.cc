@@ -69,7 +69,7 @@ TEST(ConnectionTest, ACallbackOfTheWriterIsRefusedWhateverItDoes) {
                                 [&] { db->fetchone("PRAGMA page_size"); },
                                 [&] { db->close(); },
                                 [&] { kept.fetchone(); },
-                                [&] { writer->prepare_to_roll_back(); }};
+                                [&] { writer->begin(); }};
     for (const Callback& each : refused)
       EXPECT_THAT(each, ThrowsMessage<ProgrammingError>(testing::HasSubstr("re-entered")));
     EXPECT_EQ(db->fetchone("SELECT 1")->size(), 1U) << "a read connection has nothing against it";

@@ -90,7 +90,16 @@ Cursor Connection::executemany(std::string_view sql, const ParamsList& params_li
 }
 
 std::optional<Row> Connection::fetchone(std::string_view sql, const Params& params) {
-  Query query(*_state, sql, params);
+  return fetchone(sql, params, {});
+}
+
+std::vector<Row> Connection::fetchall(std::string_view sql, const Params& params) {
+  return fetchall(sql, params, {});
+}
+
+std::optional<Row> Connection::fetchone(std::string_view sql, const Params& params,
+                                        const QueryTerms& terms) {
+  Query query(*_state, sql, params, terms);
   std::optional<Row> first = query.next();
   if (!query.only_reads() && first) {
     while (query.next()) {
@@ -99,11 +108,28 @@ std::optional<Row> Connection::fetchone(std::string_view sql, const Params& para
   return first;
 }
 
-std::vector<Row> Connection::fetchall(std::string_view sql, const Params& params) {
-  Query query(*_state, sql, params);
+std::vector<Row> Connection::fetchall(std::string_view sql, const Params& params,
+                                      const QueryTerms& terms) {
+  Query query(*_state, sql, params, terms);
   std::vector<Row> rows;
   while (std::optional<Row> row = query.next()) rows.push_back(*std::move(row));
   return rows;
+}
+
+void Connection::fetcheach(std::string_view sql, const Params& params,
+                           const std::function<bool(const Row&)>& visit, const QueryTerms& terms) {
+  const auto show_from = [&](auto next) {
+    while (const std::optional<Row> row = next())
+      if (!visit(*row)) return;
+  };
+  if (_state->is_shared) {
+    Cursor cursor(_state, terms);
+    cursor.execute(sql, params);
+    show_from([&] { return cursor.fetchone(); });
+  } else {  // on loan to this thread: the limits need no room between the rows
+    Query query(*_state, sql, params, terms);
+    show_from([&] { return query.next(); });
+  }
 }
 
 void Connection::close() {
@@ -117,10 +143,21 @@ void Connection::set_busy_timeout(std::chrono::milliseconds timeout) noexcept {
   if (_state->db != nullptr) sqlite3_busy_timeout(_state->db, static_cast<int>(timeout.count()));
 }
 
-void Connection::prepare_to_roll_back() {
+void Connection::begin() {
+  {
+    const auto guard = _state->lock();
+    if (_state->db == nullptr) throw ProgrammingError("Cannot operate on a closed database.");
+    _state->rollback = Statement::prepare(_state->db, "ROLLBACK");
+  }
+  fetchone("BEGIN");
   const auto guard = _state->lock();
-  if (_state->db == nullptr) throw ProgrammingError("Cannot operate on a closed database.");
-  _state->rollback = Statement::prepare(_state->db, "ROLLBACK");
+  _state->scope = ConnectionState::Scope::Open;
+}
+
+void Connection::commit() {
+  fetchone("COMMIT");
+  const auto guard = _state->lock();
+  _state->scope = ConnectionState::Scope::None;
 }
 
 void Connection::roll_back() noexcept {
@@ -165,7 +202,7 @@ int Connection::configure(int option, int value) noexcept {
 
 bool Connection::damaged() const noexcept {
   const auto guard = _state->lock_or_join();
-  return _state->damaged;
+  return _state->damaged || _state->altered || _state->owes_rollback;
 }
 
 std::string Connection::held_statement() const {

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -54,22 +55,37 @@ class VELDRA_EXPORT Connection {
   std::optional<Row> fetchone(std::string_view sql, const Params& params = {});
   std::vector<Row> fetchall(std::string_view sql, const Params& params = {});
 
+  /// The same, held to `terms`.
+  std::optional<Row> fetchone(std::string_view sql, const Params& params, const QueryTerms& terms);
+  std::vector<Row> fetchall(std::string_view sql, const Params& params, const QueryTerms& terms);
+
+  /// Shows the rows one by one, until `visit` returns false. On the writer a statement that writes
+  /// has run to its end before the first, and between two rows the connection may be used by
+  /// anyone, `visit` included.
+  void fetcheach(std::string_view sql, const Params& params,
+                 const std::function<bool(const Row&)>& visit, const QueryTerms& terms);
+
   /// Finishes every statement, rolls an open transaction back and closes the handle. May be
   /// repeated. Throws `Error` when SQLite refuses; the connection then stays open.
   void close();
 
-  /// True once an I/O error or a corrupt page was met: better not used again.
+  /// True once an I/O error or a corrupt page was met, a transaction could not be ended, or a
+  /// pragma ran on a `ReadOnly` connection: better not lent again.
   bool damaged() const noexcept;
 
   /// How long a statement waits for a locked file before it throws; `BUSY_TIMEOUT` at first.
   void set_busy_timeout(std::chrono::milliseconds timeout) noexcept;
 
-  /// Before a transaction begins: its `roll_back` then needs no memory. Every time anew, because a
-  /// change of settings makes SQLite prepare its statements again when they run.
-  void prepare_to_roll_back();
+  /// Begins the transaction of a scope, which `commit` or `roll_back` ends. Where SQLite itself
+  /// rolls it back, after an error, every statement until then throws `OperationalError`, `commit`
+  /// included: none runs in autocommit unawares.
+  void begin();
+  void commit();
 
-  /// Runs ROLLBACK without an exception. What it cannot end for want of memory is ended before the
-  /// connection's next statement, so that no later write is acknowledged inside it.
+  /// Needs no memory: the statement is prepared before the transaction begins, every time anew,
+  /// because a change of settings makes SQLite prepare its statements again when they run. What it
+  /// cannot end all the same is ended before the connection's next statement, so that no later
+  /// write is acknowledged inside it.
   void roll_back() noexcept;
 
   /// The SQL of a statement whose rows have not been read to the end, "" when there is none. Under

@@ -7,9 +7,15 @@
 #include <utility>
 
 #include "veldra/errors.h"
+#include "veldra/sqlite/limited_call.h"
 
 namespace veldra {
 namespace {
+
+/// How often a statement is begun while other processes change the schema. SQLite begins it again
+/// by itself as often (SQLITE_MAX_SCHEMA_RETRY in its source), but gives up at once where a
+/// full-text table meets the change while it is opened: "vtable constructor failed".
+constexpr int SCHEMA_TRIES = 50;
 
 bool means_damage(int code) {
   switch (code & 0xff) {
@@ -62,15 +68,30 @@ void ConnectionState::throw_reentered() {
 
 Statement* ConnectionState::lend(std::string_view sql) {
   if (owes_rollback) settle();
+  if (scope == Scope::Lost) {
+    throw_error(SQLITE_ABORT_ROLLBACK,
+                "the transaction was rolled back by an earlier error: end its scope");
+  }
   if (statements.any_abandoned()) statements.take_back_abandoned();
   if (owes_detach && sqlite3_get_autocommit(db) != 0) detach_attachment();
   if (Statement* const kept = statements.lend(sql)) return kept;
   try {
-    std::unique_ptr<Statement> prepared = Statement::prepare(db, sql);
+    std::unique_ptr<Statement> prepared = prepare(sql);
+    altered = altered || (!is_shared && prepared && !prepared->reusable());
     return prepared ? statements.add(std::move(prepared)) : nullptr;
   } catch (const Error& error) {
-    damaged = damaged || means_damage(error.code());
+    note_failure(error.code());
     throw;
+  }
+}
+
+std::unique_ptr<Statement> ConnectionState::prepare(std::string_view sql) {
+  for (int tries = 1;; ++tries) {
+    try {
+      return Statement::prepare(db, sql);
+    } catch (const OperationalError& error) {
+      if (error.code() != SQLITE_SCHEMA || tries == SCHEMA_TRIES) throw;
+    }
   }
 }
 
@@ -89,7 +110,14 @@ void ConnectionState::bind(Statement* statement, const Params& params, Binding b
 }
 
 bool ConnectionState::step(Statement& statement) {
-  const int code = sqlite3_step(statement.get());
+  if (limited != nullptr) limited->runs(statement.get());
+  int code = sqlite3_step(statement.get());
+  for (int tries = 1; code == SQLITE_SCHEMA && !statement.gave_row && tries < SCHEMA_TRIES;
+       ++tries) {
+    sqlite3_reset(statement.get());
+    code = sqlite3_step(statement.get());
+  }
+  statement.gave_row = code == SQLITE_ROW;
   if (code == SQLITE_ROW) return true;
   if (code != SQLITE_DONE) fail(code);
   return false;
@@ -104,6 +132,7 @@ int ConnectionState::roll_back() noexcept {
     code = sqlite3_exec(db, "ROLLBACK", nullptr, nullptr, nullptr);
   }
   owes_rollback = sqlite3_get_autocommit(db) == 0;
+  scope = Scope::None;
   return code == SQLITE_DONE ? SQLITE_OK : code;
 }
 
@@ -118,8 +147,14 @@ void ConnectionState::detach_attachment() noexcept {
 }
 
 void ConnectionState::fail(int code) {
-  damaged = damaged || means_damage(code);
+  note_failure(code);
   throw_error(code, sqlite3_errmsg(db));
+}
+
+void ConnectionState::note_failure(int code) {
+  damaged = damaged || means_damage(code);
+  if (scope == Scope::Open && sqlite3_get_autocommit(db) != 0) scope = Scope::Lost;
+  if (limited != nullptr && limited->gave_up()) throw_error(SQLITE_INTERRUPT, "interrupted");
 }
 
 int ConnectionState::close() noexcept {

@@ -14,6 +14,8 @@ struct sqlite3;
 
 namespace veldra {
 
+class LimitedCall;
+
 /// Whether SQLite copies the parameters, or may rely on them until the statement is given back.
 enum class Binding { Copied, Borrowed };
 
@@ -52,6 +54,8 @@ struct ConnectionState {
   /// before, null for a text without any.
   Statement* lend(std::string_view sql);
 
+  std::unique_ptr<Statement> prepare(std::string_view sql);
+
   /// Binds as many parameters as the statement has placeholders; null, for no statement, has none.
   void bind(Statement* statement, const Params& params, Binding binding);
 
@@ -68,8 +72,12 @@ struct ConnectionState {
   /// Runs `detach`, or has it owed.
   void detach_attachment() noexcept;
 
-  /// Throws the error of `code` with SQLite's message, and notes whether the connection is damaged.
+  /// Throws the error of `code` with SQLite's message, after `note_failure`.
   [[noreturn]] void fail(int code);
+
+  /// Notes whether the connection is damaged now, and whether a transaction is lost. Throws
+  /// `QueryInterrupted` where it was a limit that made SQLite give up.
+  void note_failure(int code);
 
   /// Finishes every statement and closes the handle; the code says whether SQLite did. The
   /// destructor does so for a connection that was destroyed from within a call.
@@ -97,16 +105,24 @@ struct ConnectionState {
   }
   [[noreturn]] static void throw_reentered();
 
+  /// The transaction of a scope. SQLite rolls one back by itself after some errors
+  /// (https://www.sqlite.org/lang_transaction.html#response_to_errors_within_a_transaction), and
+  /// would run what follows in autocommit: what follows is refused until the scope ends.
+  enum class Scope { None, Open, Lost };
+
   CallMutex mutex;
   bool is_shared = true;  // set once, before anyone else knows the connection
   sqlite3* db = nullptr;  // null once closed
   bool damaged = false;
+  bool altered = false;  // on loan, and a pragma may have changed its settings
   bool owes_rollback = false;
   bool owes_detach = false;
   StatementCache statements;
   std::unique_ptr<Statement> rollback;  // prepared ahead; none before the first transaction
-  std::string attachment;               // the schema name of the attached file
-  std::string detach;                   // the statement that detaches it
+  Scope scope = Scope::None;
+  LimitedCall* limited = nullptr;  // of the call that is running, if it has limits
+  std::string attachment;          // the schema name of the attached file
+  std::string detach;              // the statement that detaches it
 };
 
 }  // namespace veldra

@@ -7,10 +7,12 @@
 
 #include "veldra/errors.h"
 #include "veldra/sqlite/connection_state.h"
+#include "veldra/sqlite/limited_call.h"
 
 namespace veldra {
 
-Cursor::Cursor(std::shared_ptr<ConnectionState> state) noexcept : _state(std::move(state)) {}
+Cursor::Cursor(std::shared_ptr<ConnectionState> state, const QueryTerms& terms) noexcept
+    : _state(std::move(state)), _terms(terms) {}
 
 Cursor::Cursor(Cursor&& other) noexcept = default;
 
@@ -18,6 +20,7 @@ Cursor& Cursor::operator=(Cursor&& other) noexcept {
   if (this == &other) return *this;
   close();
   _state = std::move(other._state);
+  _terms = other._terms;
   _closed = other._closed;
   _statement = other._statement;
   _on_row = other._on_row;
@@ -36,6 +39,7 @@ auto Cursor::_locked(Operation operation) {
   if (!_state) throw ProgrammingError("Cannot operate on a cursor that was moved from.");
   const auto guard = _state->lock();
   _check_open();
+  const LimitedCall limited(*_state, _terms.deadline);
   struct Running {
     bool& running;
     explicit Running(bool& flag) : running(flag) { running = true; }
@@ -119,6 +123,7 @@ void Cursor::_check_open() const {
 void Cursor::_prepare(std::string_view sql) {
   _abandon();
   _statement = _state->lend(sql);
+  if (_terms.refuses_changes) require_query(_statement);
 }
 
 void Cursor::_run_to_end() {

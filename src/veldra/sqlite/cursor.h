@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "veldra/export.h"
+#include "veldra/sqlite/query_terms.h"
 #include "veldra/sqlite/row.h"
 #include "veldra/sqlite/value.h"
 
@@ -66,7 +67,7 @@ class VELDRA_EXPORT Cursor {
  private:
   friend class Connection;
 
-  explicit Cursor(std::shared_ptr<ConnectionState> state) noexcept;
+  explicit Cursor(std::shared_ptr<ConnectionState> state, const QueryTerms& terms = {}) noexcept;
 
   /// Runs `operation` under the connection's mutex; after an error no statement is left open.
   template <typename Operation>
@@ -82,6 +83,7 @@ class VELDRA_EXPORT Cursor {
 
   // Its mutex guards every field below; none when moved from.
   std::shared_ptr<ConnectionState> _state;
+  QueryTerms _terms;
   bool _closed = false;
   bool _running = false;            // within one of its calls, from which the host may call back
   Statement* _statement = nullptr;  // on loan; null when there are no rows left to read from it

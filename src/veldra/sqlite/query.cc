@@ -5,11 +5,13 @@
 
 namespace veldra {
 
-Query::Query(ConnectionState& state, std::string_view sql, const Params& params)
-    : _state(state), _guard(state.lock()) {
+Query::Query(ConnectionState& state, std::string_view sql, const Params& params,
+             const QueryTerms& terms)
+    : _state(state), _guard(state.lock()), _limited(state, terms.deadline) {
   if (_state.db == nullptr) throw ProgrammingError("Cannot operate on a closed database.");
   _statement = _state.lend(sql);
   try {
+    if (terms.refuses_changes) require_query(_statement);
     _state.bind(_statement, params, Binding::Borrowed);
   } catch (...) {
     if (_statement != nullptr) _state.statements.take_back(_statement);
@@ -22,7 +24,9 @@ Query::~Query() {
 }
 
 std::optional<Row> Query::next() {
-  if (_statement == nullptr || !_state.step(*_statement)) return std::nullopt;
+  if (_statement == nullptr) return std::nullopt;
+  _limited.look();
+  if (!_state.step(*_statement)) return std::nullopt;
   return Row(_statement->get(), _statement->column_names());
 }
 

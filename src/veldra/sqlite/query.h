@@ -4,6 +4,8 @@
 #include <optional>
 
 #include "veldra/sqlite/connection_state.h"
+#include "veldra/sqlite/limited_call.h"
+#include "veldra/sqlite/query_terms.h"
 #include "veldra/sqlite/row.h"
 #include "veldra/sqlite/value.h"
 
@@ -16,7 +18,8 @@ namespace veldra {
 class Query {
  public:
   /// Takes the connection's mutex for its lifetime. `params` stay as long.
-  Query(ConnectionState& state, std::string_view sql, const Params& params);
+  Query(ConnectionState& state, std::string_view sql, const Params& params,
+        const QueryTerms& terms);
   Query(const Query&) = delete;
   Query& operator=(const Query&) = delete;
   ~Query();
@@ -29,6 +32,7 @@ class Query {
  private:
   ConnectionState& _state;
   const std::unique_lock<CallMutex> _guard;
+  const LimitedCall _limited;
   Statement* _statement = nullptr;  // on loan; null for a text without any
 };
 

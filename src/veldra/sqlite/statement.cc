@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <limits>
+#include <span>
 
 #include "veldra/errors.h"
 #include "veldra/utils/ascii.h"
@@ -22,11 +23,16 @@ bool is_word(std::string_view sql, std::string_view upper_case_word) {
                           static_cast<int>(upper_case_word.size())) == 0;
 }
 
-bool begins_with_change(std::string_view sql) {
-  static constexpr std::array<std::string_view, 5> WORDS = {"INSERT", "UPDATE", "DELETE", "REPLACE",
-                                                            "WITH"};
-  return std::ranges::any_of(WORDS, [&](std::string_view word) { return is_word(sql, word); });
+bool begins_with_any(std::string_view sql, std::span<const std::string_view> words) {
+  return std::ranges::any_of(words, [&](std::string_view word) { return is_word(sql, word); });
 }
+
+constexpr std::array<std::string_view, 5> CHANGES = {"INSERT", "UPDATE", "DELETE", "REPLACE",
+                                                     "WITH"};
+
+/// They write nothing themselves, so SQLite calls them read-only.
+constexpr std::array<std::string_view, 8> CONTROLS = {"BEGIN",     "COMMIT",  "END",    "ROLLBACK",
+                                                      "SAVEPOINT", "RELEASE", "ATTACH", "DETACH"};
 
 }  // namespace
 
@@ -78,7 +84,8 @@ Statement::Statement(sqlite3_stmt* statement, std::string_view sql)
       _sql(sql),
       _parameters(sqlite3_bind_parameter_count(statement)),
       _only_reads(sqlite3_stmt_readonly(statement) != 0),
-      _counts_changes(!_only_reads && begins_with_change(skip_blank_sql(sql))),
+      _is_query(_only_reads && !begins_with_any(skip_blank_sql(sql), CONTROLS)),
+      _counts_changes(!_only_reads && begins_with_any(skip_blank_sql(sql), CHANGES)),
       _reusable(!is_word(skip_blank_sql(sql), "PRAGMA") ||
                 equal_ignoring_case(sql, POLLED_PRAGMA)) {}
 
@@ -102,7 +109,13 @@ const std::shared_ptr<const ColumnNames>& Statement::column_names() {
   return _names;
 }
 
+void require_query(const Statement* statement) {
+  if (statement != nullptr && !statement->is_query())
+    throw_error(SQLITE_READONLY, sqlite3_errstr(SQLITE_READONLY));
+}
+
 void Statement::reset() noexcept {
+  gave_row = false;
   sqlite3_reset(_statement);
   if (_parameters > 0) sqlite3_clear_bindings(_statement);
 }

@@ -32,6 +32,9 @@ class Statement {
   /// (https://www.sqlite.org/c3ref/stmt_readonly.html).
   bool only_reads() const noexcept { return _only_reads; }
 
+  /// True for what reads and neither begins nor ends a transaction, nor attaches a file.
+  bool is_query() const noexcept { return _is_query; }
+
   /// True for INSERT, UPDATE, DELETE and REPLACE, also behind a WITH.
   bool counts_changes() const noexcept { return _counts_changes; }
 
@@ -49,6 +52,8 @@ class Statement {
   /// Ends it early, because its connection closes.
   void finalize() noexcept;
 
+  bool gave_row = false;  ///< in its last step
+
  private:
   Statement(sqlite3_stmt* statement, std::string_view sql);
 
@@ -56,6 +61,7 @@ class Statement {
   std::string _sql;
   int _parameters;
   bool _only_reads;
+  bool _is_query;
   bool _counts_changes;
   bool _reusable;
   std::shared_ptr<const ColumnNames> _names;
@@ -103,6 +109,10 @@ class StatementCache {
   std::vector<Kept> _kept;  // the most recently lent last
   bool _any_abandoned = false;
 };
+
+/// Throws `OperationalError` "attempt to write a readonly database" for a statement that is no
+/// query; null, for a text without any, is none that changes something.
+void require_query(const Statement* statement);
 
 /// The text after white space, semicolons and comments; "" when nothing else is there.
 std::string_view skip_blank_sql(std::string_view sql) noexcept;

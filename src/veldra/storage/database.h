@@ -20,8 +20,11 @@
 #include "veldra/sqlite/cursor.h"
 #include "veldra/sqlite/row.h"
 #include "veldra/sqlite/value.h"
+#include "veldra/storage/activity.h"
 #include "veldra/storage/counts.h"
+#include "veldra/storage/limits.h"
 #include "veldra/storage/schema_version.h"
+#include "veldra/storage/snapshot.h"
 #include "veldra/sync/fair_mutex.h"
 #include "veldra/sync/shared_slot.h"
 
@@ -30,6 +33,8 @@ namespace veldra {
 class IndexFile;
 class ReaderPool;
 class StagingFile;
+struct PageRewriteOutcome;
+struct _Asking;
 struct _Space;
 enum class LogLevel : std::uint8_t;
 
@@ -189,6 +194,41 @@ class VELDRA_EXPORT Database {
   std::optional<Row> fetchone(std::string_view sql, const Params& params = {});
   std::vector<Row> fetchall(std::string_view sql, const Params& params = {});
 
+  /// The same, ended with `QueryInterrupted` once a limit is reached.
+  std::optional<Row> fetchone(std::string_view sql, const Params& params, const Limits& limits);
+  std::vector<Row> fetchall(std::string_view sql, const Params& params, const Limits& limits);
+
+  /// Shows the rows one by one as SQLite gives them, in constant memory, until `visit` returns
+  /// false.
+  ///
+  ///     db.fetcheach("SELECT path FROM files", {}, [&](const Row& row) {
+  ///       return out.write(row["path"].as_text());
+  ///     });
+  ///
+  /// `visit` may query, write and open transactions through this `Database`. It keeps the read
+  /// connection, and no lock; where the writer serves, as for `fetchone`, the connection lock. What
+  /// it throws passes through unchanged. Once it has been shown a row nothing is run a second time:
+  /// an error then passes through. A statement that writes has run to its end before the first row.
+  ///
+  /// `limits` are looked at before each row. Within `visit`, a query that finds no idle read
+  /// connection is served by the writer, and `close`, `connect` and a rewrite of the pages by
+  /// `migrate_schema` throw `ProgrammingError`.
+  void fetcheach(std::string_view sql, const Params& params,
+                 const std::function<bool(const Row&)>& visit, const Limits& limits = {});
+
+  // Snapshot  (database/snapshot.cc) -------------------------------------------------------------
+
+  /// Runs `body` with queries that all see one committed state, however much is written meanwhile;
+  /// see `Snapshot`. What `body` throws passes through unchanged.
+  ///
+  /// `body` may write and open transactions through this `Database`: the snapshot does not see
+  /// them. Another snapshot inside has a state of its own; what holds within `visit` of `fetcheach`
+  /// holds within `body`. Where the writer serves, the snapshot is a transaction: it holds the
+  /// connection lock, a `transaction` or another snapshot inside joins it, and it is rolled back
+  /// when `body` throws. `limits` are for the whole of it: the wait, each query, and between two
+  /// the next throws.
+  void snapshot(const std::function<void(Snapshot&)>& body, const Limits& limits = {});
+
   // Schema  (database/schema.cc) -----------------------------------------------------------------
 
   /// Creates, in one transaction, what the file lacks of the current schema. Run at every open,
@@ -275,6 +315,12 @@ class VELDRA_EXPORT Database {
   /// How many files have at least one error record.
   std::int64_t get_error_count();
 
+  // Activity  (database/activity.cc) -------------------------------------------------------------
+
+  /// What is going on in this object right now. Waits for nobody: neither the connection lock nor a
+  /// read connection. Throws `RuntimeError` when the database is not open.
+  Activity activity() const;
+
   // Compaction  (database/compaction.cc, conversion.cc) ------------------------------------------
 
   /// Gives free pages back to the file system, in steps of `COMPACT_STEP_PAGES` between which
@@ -300,12 +346,19 @@ class VELDRA_EXPORT Database {
 
   // Queries
   template <typename Fetch>
-  auto _query(std::string_view sql, const Params& params, Fetch fetch);
+  auto _query(std::string_view sql, const Params& params, Fetch fetch, const _Asking& asking);
+  Deadline _deadline(const Limits& limits) const;  // throws `QueryInterrupted` when it is over
   std::shared_ptr<ReaderPool> _readers_for(std::string_view sql) const;
+  std::shared_ptr<ReaderPool> _readers_for_this_thread() const;
+  std::chrono::milliseconds _patience() const noexcept;  // with a read connection that is lent
   std::int64_t _count(std::string_view sql);
+
+  // Snapshot
+  bool _snapshot_on_reader(const std::function<void(Snapshot&)>& body, const Deadline& deadline);
 
   // Schema
   void _rewrite_pages();
+  std::optional<PageRewriteOutcome> _try_to_rewrite_pages();  // none: look again
 
   // Generation
   void _bump_index_generation(Cursor* cursor = nullptr);
@@ -328,24 +381,25 @@ class VELDRA_EXPORT Database {
   Compaction _convert_to_incremental(const _Space& space);
   static void _vacuum(Connection& connection);  // caller holds _lock
 
-  /// Orders every use of the writer connection. A callback that the writer runs is refused: whoever
-  /// holds the lock may wait for the very call that the callback belongs to.
-  class ConnectionLock : public FairMutex {
+  /// The connection lock, which orders every use of the writer connection, for a scope; `activity`
+  /// shows what for. A callback that the writer runs is refused: whoever holds the lock may wait
+  /// for the very call that the callback belongs to.
+  class [[nodiscard]] Holding {
    public:
-    explicit ConnectionLock(const SharedSlot<Connection>& writer) : _writer(writer) {}
-    void lock() {
-      if (const std::shared_ptr<Connection> writer = _writer.load()) writer->refuse_reentry();
-      FairMutex::lock();
-    }
+    /// `purpose` lives as long. Throws `QueryInterrupted` at `deadline`.
+    Holding(Database& db, std::string_view purpose, const Deadline& deadline = {});
+    Holding(const Holding&) = delete;
+    Holding& operator=(const Holding&) = delete;
+    ~Holding() { _lock.unlock(); }
 
    private:
-    const SharedSlot<Connection>& _writer;
+    FairMutex& _lock;
   };
 
   SharedSlot<Connection> _connection;  // the writer; changed by connect and close
   SharedSlot<const IndexFile> _file;   // the writer's; changed with it
-  ConnectionLock _lock{_connection};
-  int _tx_depth = 0;  // open scopes; guarded by _lock
+  FairMutex _lock;                     // taken by `Holding`
+  int _tx_depth = 0;                   // open scopes; guarded by _lock
   std::atomic<bool> _closed = false;
   std::mutex _compaction_noted_mutex;                    // guards the next field
   std::set<std::string, std::less<>> _compaction_noted;  // kinds of skip reported at their level

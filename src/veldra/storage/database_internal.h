@@ -46,8 +46,45 @@ bool _is_read_statement(std::string_view sql);
 /// True when the writer connection has to run the statement that a read connection refused.
 bool _reader_cannot_serve(const OperationalError& error);
 
-/// Runs one statement on `connection` and fetches from it: `&Connection::fetchone`, for instance,
-/// which leaves no statement open.
+/// How a query is asked.
+struct _Asking {
+  Deadline deadline = {};
+  bool row_shown = false;  ///< to the caller: nothing may run a second time
+};
+
+/// What `fetchone` and `fetchall` do on a connection.
+inline constexpr auto _fetch_one = [](Connection& connection, const auto&... query) {
+  return connection.fetchone(query...);
+};
+inline constexpr auto _fetch_all = [](Connection& connection, const auto&... query) {
+  return connection.fetchall(query...);
+};
+
+/// That a thread is inside a callback of the caller, a `visit` or the body of a snapshot, for as
+/// long as it lives. There the thread may hold a read connection of `db`: what waits for one to
+/// come back would wait for itself.
+class _CallersCode {
+ public:
+  explicit _CallersCode(const Database& db) noexcept : _db(db), _outer(_innermost) {
+    _innermost = this;
+  }
+  _CallersCode(const _CallersCode&) = delete;
+  _CallersCode& operator=(const _CallersCode&) = delete;
+  ~_CallersCode() { _innermost = _outer; }
+
+  static bool runs_here(const Database& db) noexcept;
+
+  /// Throws `ProgrammingError` there: `what` cannot be done before the callback has returned.
+  static void refuse(const Database& db, std::string_view what);
+
+ private:
+  const Database& _db;
+  const _CallersCode* const _outer;
+  static thread_local const _CallersCode* _innermost;
+};
+
+/// Runs one statement on `connection` and fetches from it, `_fetch_one` for instance: no statement
+/// is open afterwards.
 template <typename Fetch>
 auto _run_query(Connection& connection, std::string_view sql, const Params& params, Fetch fetch) {
   return std::invoke(fetch, connection, sql, params);

@@ -1,88 +1,125 @@
 // Lending read connections: the bounded wait, the return, the end.
 #include "veldra/storage/reader_pool.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "veldra/errors.h"
+#include "veldra/platform/coarse_clock.h"
+#include "veldra/storage/limits.h"
 
 namespace veldra {
 
-ReaderPool::Lease::Lease(ReaderPool& pool, std::unique_ptr<Connection> connection) noexcept
-    : _pool(&pool), _connection(std::move(connection)) {}
+ReaderPool::Lease::Lease(ReaderPool& pool, Reader& reader) noexcept
+    : _pool(&pool), _reader(&reader) {}
+
+ReaderPool::Lease::Lease(Lease&& other) noexcept
+    : _pool(other._pool), _reader(std::exchange(other._reader, nullptr)) {}
 
 ReaderPool::Lease::~Lease() {
-  if (_connection) _pool->_give_back(std::move(_connection));
+  if (_reader != nullptr) _pool->_give_back(*_reader);
+}
+
+void ReaderPool::Lease::show(std::string_view sql) const {
+  const std::lock_guard lock(_pool->_mutex);
+  _reader->shown = sql;
+  _reader->sql = _reader->shown;
 }
 
 ReaderPool::ReaderPool(std::filesystem::path path, int count, Configure configure)
     : _path(std::move(path)),
-      _count(static_cast<std::size_t>(count)),
-      _configure(std::move(configure)) {
-  _idle.reserve(_count);
+      _configure(std::move(configure)),
+      _readers(static_cast<std::size_t>(count)) {
+  _idle.reserve(_readers.size());
+  for (Reader& reader : _readers) _idle.push_back(&reader);
 }
 
-ReaderPool::Lease ReaderPool::lease(std::chrono::milliseconds patience) {
+ReaderPool::Lease ReaderPool::lease(std::chrono::milliseconds patience, std::string_view sql,
+                                    const Deadline& deadline) {
   std::unique_lock lock(_mutex);
-  if (!_closed && (!_available() || !_waiting.empty())) _wait_for_a_turn(lock, patience);
+  if (!_closed && (_idle.empty() || !_waiting.empty())) _wait_for_a_turn(lock, patience, deadline);
   if (_closed) throw ReaderUnavailable("the reader pool is closed");
-  ++_lent;
-  if (_available()) _waiting.wake_first();  // two loans that ended at once woke the same thread
-  if (_idle.empty()) {
-    lock.unlock();
-    return {*this, _open()};
-  }
-  std::unique_ptr<Connection> connection = std::move(_idle.back());
+  Reader& reader = *_idle.back();
   _idle.pop_back();
-  return {*this, std::move(connection)};
+  reader.is_lent = true;
+  reader.sql = sql;
+  reader.lent_since = coarse_now();
+  reader.loan = ++_loans;
+  if (!_idle.empty()) _waiting.wake_first();  // two loans that ended at once woke the same thread
+  if (!reader.connection) {
+    lock.unlock();
+    _open(reader);
+  }
+  return {*this, reader};
 }
 
 void ReaderPool::_wait_for_a_turn(std::unique_lock<std::mutex>& lock,
-                                  std::chrono::milliseconds patience) {
+                                  std::chrono::milliseconds patience, const Deadline& deadline) {
   WaitLine::Place place(_waiting);
-  const auto served = [&] { return _closed || (place.is_first() && _available()); };
-  if (!place.wait_until(lock, std::chrono::steady_clock::now() + patience, served))
-    throw ReaderUnavailable("every read connection is lent");
+  const auto served = [&] { return _closed || (place.is_first() && !_idle.empty()); };
+  const auto patience_ends = Deadline::Clock::now() + patience;
+  while (!place.wait_until(lock, std::min(patience_ends, deadline.next_look()), served)) {
+    if (deadline.reached()) throw QueryInterrupted();
+    if (Deadline::Clock::now() >= patience_ends)
+      throw ReaderUnavailable("every read connection is lent");
+  }
+}
+
+ReaderPool::Use ReaderPool::use() const {
+  const std::lock_guard lock(_mutex);
+  Use use;
+  use.lent = static_cast<int>(_readers.size() - _idle.size());
+  use.open = use.lent + static_cast<int>(std::ranges::count_if(_idle, [](const Reader* reader) {
+               return reader->connection != nullptr;
+             }));
+  const Reader* oldest = nullptr;
+  for (const Reader& reader : _readers) {
+    if (reader.is_lent && (oldest == nullptr || reader.loan < oldest->loan)) oldest = &reader;
+  }
+  if (oldest == nullptr) return use;
+  use.oldest = oldest->lent_since;
+  use.oldest_sql = oldest->sql;
+  return use;
 }
 
 void ReaderPool::close() {
   const std::lock_guard closing(_closing);
-  std::vector<std::unique_ptr<Connection>> idle;
+  std::vector<std::unique_ptr<Connection>> connections;
+  connections.reserve(_readers.size());
   {
     std::unique_lock lock(_mutex);
     _closed = true;
     _waiting.wake_all();
-    _all_back.wait(lock, [&] { return _lent == 0; });
-    idle.swap(_idle);
+    _all_back.wait(lock, [&] { return _idle.size() == _readers.size(); });
+    for (Reader& reader : _readers) connections.push_back(std::move(reader.connection));
   }
-  for (const std::unique_ptr<Connection>& connection : idle) connection->close();
+  for (const std::unique_ptr<Connection>& connection : connections) {
+    if (connection) connection->close();
+  }
 }
 
-std::unique_ptr<Connection> ReaderPool::_open() {
+void ReaderPool::_open(Reader& reader) {
   try {
     auto connection = std::make_unique<Connection>(_path, Connection::Mode::ReadOnly);
     if (_configure) _configure(*connection);
-    return connection;
+    reader.connection = std::move(connection);
   } catch (...) {
     const std::lock_guard lock(_mutex);
-    _loan_ended();
+    _loan_ended(reader);
     throw;
   }
 }
 
-void ReaderPool::_give_back(std::unique_ptr<Connection> connection) noexcept {
-  if (connection->damaged()) {
-    connection.reset();
-    const std::lock_guard lock(_mutex);
-    _loan_ended();
-    return;
-  }
+void ReaderPool::_give_back(Reader& reader) noexcept {
+  if (reader.connection->damaged()) reader.connection.reset();
   const std::lock_guard lock(_mutex);
-  _idle.push_back(std::move(connection));
-  _loan_ended();
+  _loan_ended(reader);
 }
 
-void ReaderPool::_loan_ended() noexcept {
-  --_lent;
+void ReaderPool::_loan_ended(Reader& reader) noexcept {
+  reader.is_lent = false;
+  reader.sql = {};
+  _idle.insert(reader.connection ? _idle.end() : _idle.begin(), &reader);
   _waiting.wake_first();
   if (_closed) _all_back.notify_all();
 }

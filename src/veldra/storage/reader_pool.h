@@ -2,13 +2,18 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include "veldra/sqlite/connection.h"
+#include "veldra/sync/deadline.h"
 #include "veldra/sync/wait_line.h"
 
 namespace veldra {
@@ -31,24 +36,48 @@ class ReaderPool {
   /// Prepares a connection for its queries, once, before anyone can lease it.
   using Configure = std::function<void(Connection&)>;
 
+  /// What goes on at this moment.
+  struct Use {
+    int open = 0;  ///< connections, those on loan included
+    int lent = 0;
+    std::optional<std::chrono::steady_clock::time_point> oldest;  ///< loan; none when none is out
+    std::string oldest_sql;                                       ///< what it was last shown to run
+  };
+
+ private:
+  /// A place for a connection, and who has it.
+  struct Reader {
+    std::unique_ptr<Connection>
+        connection;  // none until it is first lent; the borrower's meanwhile
+    std::chrono::steady_clock::time_point lent_since;
+    std::uint64_t loan = 0;  // its number: several begin within one tick of the clock
+    std::string_view sql;    // the borrower's text, or `shown`
+    std::string shown;
+    bool is_lent = false;
+  };
+
+ public:
   /// One connection on loan; gives it back when destroyed. Moved, never copied.
   class [[nodiscard]] Lease {
    public:
     Lease(const Lease&) = delete;
     Lease& operator=(const Lease&) = delete;
-    Lease(Lease&&) noexcept = default;
+    Lease(Lease&& other) noexcept;
     Lease& operator=(Lease&&) = delete;
     ~Lease();
 
-    Connection& operator*() const noexcept { return *_connection; }
-    Connection* operator->() const noexcept { return _connection.get(); }
+    Connection& operator*() const noexcept { return *_reader->connection; }
+    Connection* operator->() const noexcept { return _reader->connection.get(); }
+
+    /// What `use` says that it runs, from now on.
+    void show(std::string_view sql) const;
 
    private:
     friend class ReaderPool;
-    Lease(ReaderPool& pool, std::unique_ptr<Connection> connection) noexcept;
+    Lease(ReaderPool& pool, Reader& reader) noexcept;
 
     ReaderPool* _pool;
-    std::unique_ptr<Connection> _connection;  // none when moved from
+    Reader* _reader;  // none when moved from
   };
 
   /// Opens nothing yet. `count`, 1 or more, is how many connections may be open at once.
@@ -57,13 +86,18 @@ class ReaderPool {
   ReaderPool& operator=(const ReaderPool&) = delete;
   ~ReaderPool() = default;
 
-  /// Lends an idle connection, or opens one while fewer than `count` are open.
+  /// Lends an idle connection, or opens one while fewer than `count` are open. `use` says that it
+  /// runs `sql`, which lives as long as the loan.
   ///
-  /// Waits up to `patience` for a loan to come back; who came first is served first. Throws
-  /// `ReaderUnavailable` after that, and at once when the pool is closed, also to threads already
-  /// waiting; throws `Error` when a new connection cannot be opened or configured, and its place is
-  /// free again.
-  Lease lease(std::chrono::milliseconds patience = std::chrono::seconds(5));
+  /// Waits up to `patience` for a loan to come back, and no longer than `deadline`; who came first
+  /// is served first. Throws `ReaderUnavailable` after the one and `QueryInterrupted` after the
+  /// other; `ReaderUnavailable` at once when the pool is closed, also to threads already waiting;
+  /// `Error` when a new connection cannot be opened or configured, and its place is free again.
+  Lease lease(std::chrono::milliseconds patience = std::chrono::seconds(5),
+              std::string_view sql = {}, const Deadline& deadline = {});
+
+  /// Waits for nobody.
+  Use use() const;
 
   /// Refuses new loans, waits for those that are out, then closes every connection.
   ///
@@ -71,24 +105,25 @@ class ReaderPool {
   void close();
 
  private:
-  std::unique_ptr<Connection> _open();
-  void _give_back(std::unique_ptr<Connection> connection) noexcept;
+  void _open(Reader& reader);
+  void _give_back(Reader& reader) noexcept;
   // With `_mutex` held:
-  bool _available() const noexcept { return !_idle.empty() || _lent < _count; }
-  void _wait_for_a_turn(std::unique_lock<std::mutex>& lock, std::chrono::milliseconds patience);
-  void _loan_ended() noexcept;
+  void _wait_for_a_turn(std::unique_lock<std::mutex>& lock, std::chrono::milliseconds patience,
+                        const Deadline& deadline);
+  void _loan_ended(Reader& reader) noexcept;
 
   const std::filesystem::path _path;
-  const std::size_t _count;
   const Configure _configure;
 
   std::mutex _closing;  // taken before `_mutex`: who closes too returns when all are closed
-  std::mutex _mutex;
+  mutable std::mutex _mutex;
   WaitLine _waiting;                  // for a connection
   std::condition_variable _all_back;  // the last loan has ended; `close` waits for it
-  // Its memory is reserved ahead: giving back cannot fail.
-  std::vector<std::unique_ptr<Connection>> _idle;
-  std::size_t _lent = 0;  // counts a connection being opened, so `_count` is never exceeded
+  std::vector<Reader> _readers;       // as many as may be open; never grows
+  // Those not on loan, the one to lend next at the end; those without a connection before the
+  // others. Its memory is reserved ahead: giving back cannot fail.
+  std::vector<Reader*> _idle;
+  std::uint64_t _loans = 0;  // ever made
   bool _closed = false;
 };
 

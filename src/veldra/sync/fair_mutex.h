@@ -1,10 +1,15 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
 #include <thread>
 
 #include "veldra/export.h"
+#include "veldra/sync/deadline.h"
 #include "veldra/sync/wait_line.h"
 
 namespace veldra {
@@ -22,8 +27,8 @@ namespace veldra {
 ///
 /// Fairness: after a release it is the turn of the thread that has waited longest, so a thread that
 /// locks again right after it unlocked goes behind everyone who waited meanwhile. While somebody
-/// has the turn the mutex is another thread's. A thread that is cancelled while it waits leaves the
-/// order of the others as it is.
+/// has the turn the mutex is another thread's. A thread that is cancelled while it waits, or gives
+/// up, leaves the order of the others as it is.
 ///
 /// Thread safety: any member, from any thread; `_state` guards every field below it and is held
 /// for a few instructions, never while waiting.
@@ -38,6 +43,18 @@ class VELDRA_EXPORT FairMutex {
   bool try_lock();
   void unlock();
 
+  /// Gives up at `deadline`: false then, and nothing has changed; never in its turn. `purpose` is
+  /// what `use` shows while the outermost lock is held, and must live as long.
+  bool lock(std::string_view purpose, const Deadline& deadline = {});
+
+  /// What goes on at this moment. Waits for nobody.
+  struct Use {
+    std::optional<std::chrono::steady_clock::time_point> since;  ///< locked; none when it is free
+    std::string purpose;
+    int waiting = 0;  ///< threads that wait for it
+  };
+  Use use() const;
+
   /// True when the calling thread holds the mutex; for assertions.
   bool held_by_this_thread() const noexcept {
     return _owner.load(std::memory_order_relaxed) == std::this_thread::get_id();
@@ -45,13 +62,15 @@ class VELDRA_EXPORT FairMutex {
 
  private:
   bool _is_free() const noexcept;
-  void _take() noexcept;
+  void _take(std::string_view purpose) noexcept;
 
-  std::mutex _state;
+  mutable std::mutex _state;
   // Atomic only for the owner's own check before it takes `_state`: no other thread can store the
   // caller's id.
   std::atomic<std::thread::id> _owner;
   int _depth = 0;
+  std::string_view _purpose;
+  std::chrono::steady_clock::time_point _since;
   WaitLine _waiting;
 };
 

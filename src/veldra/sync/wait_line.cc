@@ -14,6 +14,12 @@ WaitLine::Place::~Place() {
   if (!_served) _line.wake_first();
 }
 
+int WaitLine::size() const noexcept {
+  int places = 0;
+  for (const Place* place = _first; place != nullptr; place = place->_behind) ++places;
+  return places;
+}
+
 void WaitLine::wake_first() noexcept {
   if (_first != nullptr) _first->_woken.notify_one();
 }

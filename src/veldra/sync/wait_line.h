@@ -42,11 +42,11 @@ class VELDRA_EXPORT WaitLine {
       _served = true;
     }
 
-    /// The same, until `deadline` at most; what `served` says at the end.
+    /// The same, until `moment` at most; what `served` says at the end.
     template <typename Served>
     bool wait_until(std::unique_lock<std::mutex>& lock,
-                    std::chrono::steady_clock::time_point deadline, Served served) {
-      return _served = _woken.wait_until(lock, deadline, served);
+                    std::chrono::steady_clock::time_point moment, Served served) {
+      return _served = _woken.wait_until(lock, moment, served);
     }
 
    private:
@@ -65,6 +65,9 @@ class VELDRA_EXPORT WaitLine {
   ~WaitLine() = default;
 
   bool empty() const noexcept { return _first == nullptr; }
+
+  /// How many stand in it; counts them.
+  int size() const noexcept;
 
   /// Has the thread that came first, or every one, look again whether it is served.
   void wake_first() noexcept;

@@ -49,7 +49,7 @@ Compaction Database::_compact() {
   bool is_open = false;
   bool in_transaction = false;
   {
-    const std::lock_guard guard(_lock);
+    const Holding holding(*this, "compact");
     const std::shared_ptr<Connection> writer = _connection.load();
     is_open = writer != nullptr;
     in_transaction = _tx_depth > 0;
@@ -69,7 +69,7 @@ Compaction Database::_compact() {
   const std::int64_t released = _release_free_pages();
   bool shrunk = true;
   {
-    const std::lock_guard guard(_lock);
+    const Holding holding(*this, "compact");
     if (const std::shared_ptr<Connection> writer = _connection.load())
       shrunk = _shrink_file(*writer);
   }
@@ -87,7 +87,7 @@ std::int64_t Database::_release_free_pages() {
   while (true) {
     // Free between two steps: the lock then goes to the writer that has waited longest, and every
     // step finds the file as that writer left it.
-    const std::lock_guard guard(_lock);
+    const Holding holding(*this, "compact");
     const std::shared_ptr<Connection> writer = _connection.load();
     if (!writer) return released;
     const std::int64_t free = free_pages(*writer);

@@ -12,7 +12,7 @@ namespace veldra {
 void Database::clear_all() {
   std::string line;
   {
-    const std::lock_guard guard(_lock);
+    const Holding holding(*this, "clear_all");
     const std::shared_ptr<Connection> writer = connection();
     const FastDelete fast_delete(*writer);
     const auto clear = [&](Cursor& cursor) {

@@ -39,7 +39,7 @@ Compaction Database::_convert_to_incremental(const _Space& space) {
   _Space after{};
   std::optional<bool> shrunk;  // none: closed meanwhile
   try {
-    const std::lock_guard guard(_lock);
+    const Holding holding(*this, "compact");
     const std::shared_ptr<Connection> writer = _connection.load();
     if (writer && _space(*writer).mode == _AUTO_VACUUM_NONE) {
       _vacuum(*writer);

@@ -18,7 +18,7 @@ Statistics Database::get_stats() {
 }
 
 bool Database::check_integrity() {
-  const std::lock_guard guard(_lock);
+  const Holding holding(*this, "check_integrity");
   // A staging file that the caller's transaction still holds is no part of the index.
   const std::optional<Row> staging =
       connection()->fetchone("SELECT 1 FROM pragma_database_list WHERE name = 'stg'");

@@ -66,6 +66,7 @@ Database::Database(std::filesystem::path path) : db_path(std::move(path)) {
 Database::~Database() = default;
 
 void Database::connect() {
+  _CallersCode::refuse(*this, "connect");
   std::error_code code;
   std::filesystem::create_directories(_directory_of(db_path), code);
   if (code) throw_os_error(code, "cannot create the directory", _directory_of(db_path));
@@ -91,6 +92,7 @@ std::shared_ptr<ReaderPool> Database::_open_readers(std::string_view journal_mod
   // Only in WAL mode do readers not wait for a write; a database in memory cannot be opened twice.
   if (count == 0 || journal_mode != "wal") return nullptr;
   const std::shared_ptr<const IndexFile> file = _file.load();
+  if (!file) return nullptr;
   return std::make_shared<ReaderPool>(file->path(), count, [file](Connection& reader) {
     file->require_in_place();
     register_path_functions(reader);
@@ -98,13 +100,14 @@ std::shared_ptr<ReaderPool> Database::_open_readers(std::string_view journal_mod
 }
 
 void Database::close() {
+  _CallersCode::refuse(*this, "close");
   // Before anything is closed.
   if (const std::shared_ptr<Connection> writer = _connection.load()) writer->refuse_reentry();
   while (true) {
     const std::shared_ptr<ReaderPool> readers = _readers.load();
     // Without the lock, so that writers need not wait for the queries that are running.
     if (readers) readers->close();
-    const std::lock_guard guard(_lock);
+    const Holding holding(*this, "close");
     if (_readers.load() != readers) continue;  // a page rewrite has opened another
     const std::shared_ptr<Connection> writer = _connection.load();
     if (!writer) return;

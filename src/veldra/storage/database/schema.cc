@@ -3,6 +3,7 @@
 #include <mutex>
 #include <utility>
 
+#include "veldra/sqlite/pragma.h"
 #include "veldra/storage/core_schema.h"
 #include "veldra/storage/database.h"
 #include "veldra/storage/database_internal.h"
@@ -36,25 +37,10 @@ void Database::migrate_schema() {
 }
 
 void Database::_rewrite_pages() {
-  PageRewriteOutcome outcome;  // logged once the lock is free: a sink may wait for a writer
-  {
-    const std::lock_guard guard(_lock);
-    const std::shared_ptr<Connection> writer = _writer_in_place();
-    const _Space space = _space(*writer);
-    if (space.page_size >= PAGE_SIZE) {
-      return;
-    }
-    const std::optional<std::string> why_not =
-        _disk_shortfall(_file.load()->path().parent_path(), space.used_bytes());
-    // Leaving WAL mode needs the file alone. Queries that meet the closed pool go to the writer and
-    // wait for the lock.
-    if (const std::shared_ptr<ReaderPool> readers = _readers.exchange(nullptr)) {
-      readers->close();
-    }
-    outcome = rewrite_pages(*writer, db_path, why_not);
-    const std::optional<Row> mode = writer->fetchone("PRAGMA journal_mode");
-    _readers.store(_open_readers(mode ? lower_case(stored_text((*mode)[0]).value_or("")) : ""));
-  }
+  std::optional<PageRewriteOutcome> tried;
+  while (!tried) tried = _try_to_rewrite_pages();
+  // Logged now that the lock is free: a sink may wait for a writer.
+  const PageRewriteOutcome& outcome = *tried;
   if (!outcome.failure) {
     if (!outcome.left_undone.empty()) {
       log_line(LogUnit::StorageSize, LogLevel::Warning, outcome.left_undone);
@@ -68,6 +54,46 @@ void Database::_rewrite_pages() {
              outcome.statement);
     throw;
   }
+}
+
+std::optional<PageRewriteOutcome> Database::_try_to_rewrite_pages() {
+  const std::shared_ptr<ReaderPool> readers = _readers.load();
+  std::optional<Holding> holding(std::in_place, *this, "migrate_schema");
+  const std::shared_ptr<Connection> writer = _writer_in_place();
+  const _Space space = _space(*writer);
+  if (space.page_size >= PAGE_SIZE) return PageRewriteOutcome{};
+  _CallersCode::refuse(*this, "a rewrite of the index file's pages");
+  const std::optional<std::string> why_not =
+      _disk_shortfall(_file.load()->path().parent_path(), space.used_bytes());
+
+  const bool in_transaction = _tx_depth > 0;  // of this thread: SQLite will refuse
+  struct Reopening {
+    Database& db;
+    const std::shared_ptr<ReaderPool> closed;
+    std::shared_ptr<ReaderPool> next;
+    ~Reopening() {
+      const std::lock_guard guard(db._lock);
+      if (db._connection.load() && db._readers.load() == closed) db._readers.store(next);
+    }
+  };
+  // Made ahead: who closes a pool opens another on every path, also for want of memory.
+  Reopening reopening{*this, readers,
+                      in_transaction ? readers : _open_readers(readers ? "wal" : "")};
+  // Leaving WAL mode needs the file alone. The readers are waited for without the lock, since a
+  // snapshot's body that writes waits for that. Queries that meet the closed pool go to the writer.
+  if (readers && !in_transaction) {
+    holding.reset();
+    readers->close();
+    holding.emplace(*this, "migrate_schema");
+    if (_readers.load() != readers) return std::nullopt;  // another rewrite, or `close`: look again
+    if (pragma_value(*_writer_in_place(), "page_size") >= PAGE_SIZE) return std::nullopt;
+  }
+  const PageRewriteOutcome outcome = rewrite_pages(*writer, db_path, why_not);
+  if (!in_transaction) {
+    const std::optional<Row> mode = writer->fetchone("PRAGMA journal_mode");
+    reopening.next = _open_readers(mode ? lower_case(stored_text((*mode)[0]).value_or("")) : "");
+  }
+  return outcome;
 }
 
 }  // namespace veldra

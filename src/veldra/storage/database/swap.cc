@@ -349,7 +349,7 @@ RowCounts Database::swap_index_from(const std::filesystem::path& staging_path, S
   std::string line;
   {
     StagingFile staging(staging_path, trust);
-    const std::lock_guard guard(_lock);
+    const Holding holding(*this, "swap_index_from");
     const std::shared_ptr<Connection> writer = connection();
     counts = naming_held_statement(*writer, [&] {
       const Attachment attachment(*writer, staging_path);

@@ -8,7 +8,7 @@
 namespace veldra {
 
 void Database::transaction(const std::function<void(Cursor&)>& body) {
-  const std::lock_guard guard(_lock);
+  const Holding holding(*this, "transaction");
   if (_tx_depth > 0) {
     _nested_scope(body);
   } else {
@@ -46,11 +46,9 @@ void Database::_outermost_scope(const std::function<void(Cursor&)>& body) {
   try {
     _tx_depth = 1;
     _tx_owner = std::this_thread::get_id();
-    writer->prepare_to_roll_back();
-    // Not on the body's cursor, which it may close or move away.
-    writer->execute("BEGIN");
+    writer->begin();  // not on the body's cursor, which it may close or move away
     body(cursor);
-    writer->execute("COMMIT");
+    writer->commit();
   } catch (...) {
     writer->roll_back();  // its own error must not hide the one being handled
     throw;
@@ -58,12 +56,12 @@ void Database::_outermost_scope(const std::function<void(Cursor&)>& body) {
 }
 
 Cursor Database::execute(std::string_view sql, const Params& params) {
-  const std::lock_guard guard(_lock);
+  const Holding holding(*this, sql);
   return _writer_in_place()->execute(sql, params);
 }
 
 Cursor Database::executemany(std::string_view sql, const ParamsList& params_list) {
-  const std::lock_guard guard(_lock);
+  const Holding holding(*this, sql);
   return _writer_in_place()->executemany(sql, params_list);
 }
 
