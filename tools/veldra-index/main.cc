@@ -14,6 +14,7 @@
 #include "veldra-index/process/interrupt.h"
 #include "veldra-index/terminal/error_text.h"
 #include "veldra-index/terminal/failure.h"
+#include "veldra-index/terminal/output.h"
 #include "veldra-index/terminal/progress.h"
 #include "veldra-index/tree/index_place.h"
 
@@ -69,7 +70,8 @@ int run(int argc, char** argv) {
     set_up_logging(line);
     status = run_command(line);
   }
-  if (!std::cout.flush() && errno != EPIPE) {  // a reader that has seen enough is no failure
+  std::cout.flush();
+  if (const int error = output_error(); error != 0 && error != EPIPE) {
     std::cerr << "veldra-index: the output could not be written; look at the disk it goes to\n";
     status = EXIT_FAILED;
   }

@@ -34,7 +34,9 @@ class TextSearchTest : public testing::Test {
                                  std::int64_t context) {
     std::vector<std::string> all;
     const SearchOptions options{text, false, {}, limit, context};
-    for (const Hit& hit : TextSearch(index, options).run()) {
+    std::vector<Hit> hits;
+    index.snapshot([&](Snapshot& state) { hits = TextSearch(state, options).run(); });
+    for (const Hit& hit : hits) {
       std::string shown;
       for (const MarkedLine& line : hit.before) shown += line.text + " ";
       shown += hit.file + ":" + std::to_string(hit.line.number);
@@ -56,10 +58,12 @@ TEST_F(TextSearchTest, ShowsTheLinesOfTheChunksBeforeAndBehind) {
 }
 
 TEST_F(TextSearchTest, NamesWithAPartComeShortestFirstUpToTheLimit) {
-  EXPECT_THAT(names_with_part(index, "needle", 9), ElementsAre("needle_x", "HTTPNeedle"));
-  EXPECT_THAT(names_with_part(index, "needle", 1), ElementsAre("needle_x"));
-  EXPECT_THAT(names_with_part(index, "a", 9), ElementsAre("a"));
-  EXPECT_THAT(names_with_part(index, "", 9), ElementsAre());
+  index.snapshot([](Snapshot& state) {
+    EXPECT_THAT(names_with_part(state, "needle", 9), ElementsAre("needle_x", "HTTPNeedle"));
+    EXPECT_THAT(names_with_part(state, "needle", 1), ElementsAre("needle_x"));
+    EXPECT_THAT(names_with_part(state, "a", 9), ElementsAre("a"));
+    EXPECT_THAT(names_with_part(state, "", 9), ElementsAre());
+  });
 }
 
 }  // namespace

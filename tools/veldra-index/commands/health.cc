@@ -96,7 +96,9 @@ void print(const Json& json) {
 int health(const Options& options) {
   const IndexPlace place = find_index(options.directory, options.db);
   OpenIndex index = OpenIndex::existing(place);
-  const Json json = measure(*index, place);
+  Json json;
+  // All figures of one state, those of `Database` included: a transaction that only reads.
+  index->transaction([&](Cursor&) { json = measure(*index, place); });
   if (options.json) {
     print_json(json);
   } else {

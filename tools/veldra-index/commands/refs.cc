@@ -16,7 +16,8 @@ namespace {
 int refs(const Options& options, const std::string& name) {
   const IndexPlace place = find_index(options.directory, options.db);
   OpenIndex index = OpenIndex::existing(place);
-  const std::vector<Importer> importers = importers_of(*index, name);
+  std::vector<Importer> importers;
+  index->snapshot([&](Snapshot& state) { importers = importers_of(state, name); });
   if (options.json) {
     Json json = Json::array();
     for (const Importer& importer : importers) {

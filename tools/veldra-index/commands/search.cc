@@ -86,7 +86,7 @@ int search(const Options& options, const SearchOptions& query) {
   OpenIndex index = OpenIndex::existing(place);
   std::vector<Hit> hits;
   try {
-    hits = TextSearch(*index, query).run();
+    index->snapshot([&](Snapshot& state) { hits = TextSearch(state, query).run(); });
   } catch (const Error& error) {
     if (!query.fts) throw;
     throw Failure(std::string(error.what()) +

@@ -4,11 +4,13 @@
 #include <cctype>
 #include <iostream>
 #include <memory>
+#include <optional>
 
 #include "veldra-index/commands/command.h"
 #include "veldra-index/index/open_index.h"
 #include "veldra-index/terminal/failure.h"
 #include "veldra-index/terminal/json_output.h"
+#include "veldra-index/terminal/output.h"
 #include "veldra-index/terminal/style.h"
 #include "veldra-index/terminal/table.h"
 
@@ -28,30 +30,59 @@ bool is_question(std::string_view query) {
   return std::find(WORDS.begin(), WORDS.end(), word) != WORDS.end();
 }
 
-void print_as_json(const std::vector<Row>& rows) {
-  Json json = {{"columns", Json::array()}, {"rows", Json::array()}};
-  for (std::size_t at = 0; !rows.empty() && at < rows[0].size(); ++at) {
-    json["columns"].push_back(rows[0].column_name(at));
-  }
-  for (const Row& row : rows) {
-    Json cells = Json::array();
-    for (std::size_t at = 0; at < row.size(); ++at) cells.push_back(to_json(row[at]));
-    json["rows"].push_back(std::move(cells));
-  }
-  print_json(json);
+std::vector<std::string> column_names(const Row& row) {
+  std::vector<std::string> names;
+  for (std::size_t at = 0; at < row.size(); ++at) names.push_back(row.column_name(at));
+  return names;
 }
 
-void print_as_table(const std::vector<Row>& rows) {
-  std::vector<std::string> headings;
-  for (std::size_t at = 0; at < rows[0].size(); ++at) headings.push_back(rows[0].column_name(at));
-  Table table(std::move(headings));
-  for (const Row& row : rows) {
+/// Prints rows as they come: `{"columns": […], "rows": […]}`, a row per line.
+class JsonRows {
+ public:
+  void add(const Row& row) {
+    if (!_begun) _begin(column_names(row));
+    Json cells = Json::array();
+    for (std::size_t at = 0; at < row.size(); ++at) cells.push_back(to_json(row[at]));
+    std::cout << (_any ? ",\n    " : "\n    ") << compact_json(cells);
+    _any = true;
+  }
+
+  void end() {
+    if (!_begun) _begin({});
+    std::cout << (_any ? "\n  ]\n}\n" : "]\n}\n");
+  }
+
+ private:
+  void _begin(const std::vector<std::string>& columns) {
+    std::cout << "{\n  \"columns\": " << compact_json(columns) << ",\n  \"rows\": [";
+    _begun = true;
+  }
+
+  bool _begun = false;
+  bool _any = false;
+};
+
+/// Prints rows as a table, as they come.
+class TableRows {
+ public:
+  void add(const Row& row) {
+    if (!_table) _table.emplace(column_names(row));
     std::vector<std::string> cells;
     for (std::size_t at = 0; at < row.size(); ++at) cells.push_back(one_line(to_text(row[at])));
-    table.add(std::move(cells));
+    _table->add(std::move(cells));
   }
-  table.print();
-}
+
+  void end(bool quiet) {
+    if (_table) {
+      _table->print();
+    } else if (!quiet) {
+      std::cout << "no rows\n";
+    }
+  }
+
+ private:
+  std::optional<Table> _table;
+};
 
 int sql(const Options& options, const std::string& query) {
   if (!is_question(query)) {
@@ -60,21 +91,19 @@ int sql(const Options& options, const std::string& query) {
   }
   const IndexPlace place = find_index(options.directory, options.db);
   OpenIndex index = OpenIndex::existing(place);
-  // On the writer, which knows the functions on paths, made to refuse what a WITH may write.
-  index->execute("PRAGMA query_only = ON").close();
-  std::vector<Row> rows;
+  JsonRows as_json;
+  TableRows as_table;
   try {
-    rows = index->connection()->execute(query).fetchall();
+    index->snapshot([&](Snapshot& state) {
+      state.fetcheach(query, {}, [&](const Row& row) {
+        options.json ? as_json.add(row) : as_table.add(row);
+        return output_error() == 0;
+      });
+    });
   } catch (const Error& error) {
     throw Failure(std::string(error.what()) + "; `veldra-index sql --help` shows an example");
   }
-  if (options.json) {
-    print_as_json(rows);
-  } else if (rows.empty()) {
-    if (!options.quiet) std::cout << "no rows\n";
-  } else {
-    print_as_table(rows);
-  }
+  options.json ? as_json.end() : as_table.end(options.quiet);
   return EXIT_DONE;
 }
 

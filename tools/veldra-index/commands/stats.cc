@@ -14,11 +14,16 @@ namespace {
 int stats(const Options& options) {
   const IndexPlace place = find_index(options.directory, options.db);
   OpenIndex index = OpenIndex::existing(place);
-  const Statistics counts = index->get_stats();
-  const auto indexed =
-      index->fetchone("SELECT value FROM schema_info WHERE key = ?", {LAST_INDEX_KEY});
-  const std::vector<Row> languages = index->fetchall(
-      "SELECT language, count(*) FROM files GROUP BY language ORDER BY count(*) DESC, language");
+  Statistics counts;
+  std::optional<Row> indexed;
+  std::vector<Row> languages;
+  // All figures of one state, those of `Database` included: a transaction that only reads.
+  index->transaction([&](Cursor&) {
+    counts = index->get_stats();
+    indexed = index->fetchone("SELECT value FROM schema_info WHERE key = ?", {LAST_INDEX_KEY});
+    languages = index->fetchall(
+        "SELECT language, count(*) FROM files GROUP BY language ORDER BY count(*) DESC, language");
+  });
   if (options.json) {
     Json json;
     for (const auto& [name, count] : counts) json[name] = count;

@@ -31,7 +31,8 @@ Json as_json(const std::vector<FoundSymbol>& found) {
 int symbols(const Options& options, const SymbolsOptions& query) {
   const IndexPlace place = find_index(options.directory, options.db);
   OpenIndex index = OpenIndex::existing(place);
-  const std::vector<FoundSymbol> found = SymbolSearch(*index, query).run();
+  std::vector<FoundSymbol> found;
+  index->snapshot([&](Snapshot& state) { found = SymbolSearch(state, query).run(); });
   if (options.json) {
     print_json(as_json(found));
     return EXIT_DONE;

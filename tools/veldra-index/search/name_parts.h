@@ -5,15 +5,14 @@
 #include <string_view>
 #include <vector>
 
-#include "veldra/storage/database.h"
+#include "veldra/storage/snapshot.h"
 
 namespace veldra::tool {
 
 /// The symbols' names of which `word` is a part (`has_part`), at most `limit`, the shortest first.
 ///
-/// One pass over the index on the names, by several threads, each on a read connection of its own:
-/// full-text search takes an identifier with underscores or capitals as one word and knows only
-/// where it begins.
-std::vector<std::string> names_with_part(Database& index, std::string_view word, std::size_t limit);
+/// One pass over the index on the names: full-text search takes an identifier with underscores or
+/// capitals as one word and knows only where it begins.
+std::vector<std::string> names_with_part(Snapshot& index, std::string_view word, std::size_t limit);
 
 }  // namespace veldra::tool

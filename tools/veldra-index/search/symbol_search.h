@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "veldra/storage/database.h"
+#include "veldra/storage/snapshot.h"
 
 namespace veldra::tool {
 
@@ -30,7 +30,7 @@ struct FoundSymbol {
 /// Those of exactly the name come first, then those that have it as a part.
 class SymbolSearch {
  public:
-  SymbolSearch(Database& index, const SymbolsOptions& options) : _index(index), _options(options) {}
+  SymbolSearch(Snapshot& index, const SymbolsOptions& options) : _index(index), _options(options) {}
 
   std::vector<FoundSymbol> run();
 
@@ -38,7 +38,7 @@ class SymbolSearch {
   std::size_t _left() const { return static_cast<std::size_t>(_options.limit) - _found.size(); }
   void _add(const std::string& condition, Params parameters, bool exact);
 
-  Database& _index;
+  Snapshot& _index;
   const SymbolsOptions& _options;
   std::vector<FoundSymbol> _found;
 };

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "veldra-index/search/hit_lines.h"
-#include "veldra/storage/database.h"
+#include "veldra/storage/snapshot.h"
 
 namespace veldra::tool {
 
@@ -35,7 +35,7 @@ struct Hit {
 /// part; then words that begin with one as a part. At most `options.limit` lines.
 class TextSearch {
  public:
-  TextSearch(Database& index, const SearchOptions& options) : _index(index), _options(options) {}
+  TextSearch(Snapshot& index, const SearchOptions& options) : _index(index), _options(options) {}
 
   /// Throws `Error` for raw full-text syntax that is wrong.
   std::vector<Hit> run();
@@ -61,7 +61,7 @@ class TextSearch {
   void _add_chunk(const Row& row, const Wanted& wanted);
   void _add_neighbours(std::int64_t chunk, std::vector<MarkedLine>& lines) const;
 
-  Database& _index;
+  Snapshot& _index;
   const SearchOptions& _options;
   std::set<std::pair<std::string, std::int64_t>> _seen;  // lines of files
   std::vector<Hit> _hits;

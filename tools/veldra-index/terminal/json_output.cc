@@ -24,6 +24,10 @@ void print_json(const Json& value) {
   std::cout << value.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
 }
 
+std::string compact_json(const Json& value) {
+  return value.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
 Json to_json(const ValueView& value) {
   switch (value.type()) {
     case StorageClass::Null:

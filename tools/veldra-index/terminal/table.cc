@@ -22,25 +22,34 @@ bool is_number(std::string_view text) {
 
 }  // namespace
 
-void Table::print() const {
-  std::vector<std::size_t> widths;
-  for (const std::string& heading : _headings) widths.push_back(width_of(heading));
-  for (const auto& line : _lines) {
-    for (std::size_t at = 0; at < widths.size(); ++at)
-      widths[at] = std::max(widths[at], width_of(line[at]));
-  }
-  const auto print_line = [&](const std::vector<std::string>& cells) {
-    std::string text;
-    for (std::size_t at = 0; at < widths.size(); ++at) {
-      const std::string padding(widths[at] - width_of(cells[at]), ' ');
-      text += at == 0 ? "" : "  ";
-      text += is_number(cells[at]) ? padding + cells[at] : cells[at] + padding;
+void Table::add(std::vector<std::string> cells) {
+  if (!_widths.empty()) return _print_line(cells);
+  _lines.push_back(std::move(cells));
+  if (_lines.size() == LINES_MEASURED) print();
+}
+
+void Table::print() {
+  if (_widths.empty()) {
+    for (const std::string& heading : _headings) _widths.push_back(width_of(heading));
+    for (const auto& line : _lines) {
+      for (std::size_t at = 0; at < _widths.size(); ++at)
+        _widths[at] = std::max(_widths[at], width_of(line[at]));
     }
-    text.erase(text.find_last_not_of(' ') + 1);
-    std::cout << text << '\n';
-  };
-  print_line(_headings);
-  for (const auto& line : _lines) print_line(line);
+    _print_line(_headings);
+  }
+  for (const auto& line : _lines) _print_line(line);
+  _lines.clear();
+}
+
+void Table::_print_line(const std::vector<std::string>& cells) const {
+  std::string text;
+  for (std::size_t at = 0; at < _widths.size(); ++at) {
+    const std::string padding(_widths[at] - std::min(_widths[at], width_of(cells[at])), ' ');
+    text += at == 0 ? "" : "  ";
+    text += is_number(cells[at]) ? padding + cells[at] : cells[at] + padding;
+  }
+  text.erase(text.find_last_not_of(' ') + 1);
+  std::cout << text << '\n';
 }
 
 }  // namespace veldra::tool
