@@ -14,6 +14,9 @@ TITLES = {
     "fetchone_by_name/100000": "fetchone by name, among 100,000 rows",
     "fetchall/1000": "fetchall, 1,000 rows (per row)",
     "fetchall/100000": "fetchall, 100,000 rows (per row)",
+    "fetcheach/100000": "fetcheach, 100,000 rows (per row)",
+    "snapshot_queries": "1,000 queries by key in one snapshot, to bare ones in a read transaction each (per query)",
+    "hour_of_patience": "fetchone by key with a timeout of an hour, to one without (per query)",
     "full_text_search": "full-text search",
     "executemany/100000": "executemany of 100,000 rows in a transaction (per row)",
     "autocommit_write": "single write, committed by itself",
@@ -90,6 +93,13 @@ def tables(runs):
         run = runs["swap_index/vouched"]
         lines.append(f"| memory of the swap beyond the idle process, file of "
                      f"{run['file_mib']:.0f} MiB | {run['peak_mib']:.0f} MiB | 100 MiB |")
+    if "fetcheach/100000" in runs:
+        lines.append(f"| memory that grows while fetcheach shows 100,000 rows | "
+                     f"{runs['fetcheach/100000']['grown_bytes']:.0f} bytes | 0 |")
+    if "runaway_query" in runs:
+        run = runs["runaway_query"]
+        lines.append(f"| how long after its limit a query that never ends has ended, median and latest of 100 | "
+                     f"{duration(run['late'])}, {duration(run['latest'])} | 10 ms, 50 ms |")
     if "more_threads_than_readers" in runs:
         run = runs["more_threads_than_readers"]
         lines.append(f"| longest wait for a read connection, 12 threads on 6 of them beside a long "
