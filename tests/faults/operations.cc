@@ -42,6 +42,19 @@ const std::vector<Operation> OPERATIONS = {
      }},
     {"fetchall", Reads, File::Index, [](Database& db) { db.fetchall(SYMBOLS); },
      [](Database& db) { return db.fetchall(SYMBOLS).size() == 20; }},
+    {"snapshot with limits", Reads, File::Index,
+     [](Database& db) {
+       const Limits limits = {.timeout = std::chrono::hours(1), .stop = {}};
+       db.snapshot(
+           [](Snapshot& state) {
+             const std::size_t rows = state.fetchall(SYMBOLS).size();
+             std::size_t seen = 0;
+             state.fetcheach(SYMBOLS, {}, [&](const Row&) { return ++seen > 0; });
+             EXPECT_EQ(rows, seen) << "two states in one snapshot";
+           },
+           limits);
+     },
+     [](Database& db) { return db.activity().readers_lent == 0; }},
     {"index_generation", Reads, File::Index, [](Database& db) { db.index_generation(); },
      [](Database& db) { return db.index_generation() == 0; }},
     {"refresh_extractor_stamp", Writes, File::Index,
