@@ -6,9 +6,7 @@
 
 #include "veldra-index/commands/command.h"
 #include "veldra-index/index/build_lock.h"
-#include "veldra-index/index/index_pass.h"
-#include "veldra-index/index/open_index.h"
-#include "veldra-index/index/staging_file.h"
+#include "veldra-index/index/make_index.h"
 #include "veldra-index/parse/ctags.h"
 #include "veldra-index/process/interrupt.h"
 #include "veldra-index/terminal/failure.h"
@@ -29,31 +27,8 @@ std::optional<OpenIndex> open_old_index(const IndexPlace& place) {
   return OpenIndex::existing(place);
 }
 
-PassPlan everything(const Tree& tree) {
-  PassPlan plan;
-  for (const SourcePath& file : tree.files) plan.files.push_back({file, {}});
-  return plan;
-}
-
-PassResult fill(StagingFile& staging, const IndexPlace& place, const ParseLimits& limits) {
-  const StopInOrder stop_in_order;
-  const Tree tree = walk_tree(place);
-  PassResult result;
-  staging.fill(
-      [&](Cursor& cursor) { result = run_pass(cursor, place, tree, everything(tree), limits); });
-  return result;
-}
-
-RowCounts swap_in(Database& index, const IndexPlace& place, const CtagsProgram& ctags) {
-  const Progress progress("Replacing the index", 0, "");
-  // The stamp first: it marks files of the old index at most. After the swap it would mark new
-  // ones.
-  index.refresh_extractor_stamp(extractor_versions(ctags));
-  return index.swap_index_from(place.staging(), StagingTrust::Vouched);
-}
-
-void print(const Options& options, const IndexPlace& place, const RowCounts& rows,
-           const PassResult& result, double seconds) {
+void print(const Options& options, const IndexPlace& place, const NewIndex& made, double seconds) {
+  const RowCounts& rows = made.rows;
   const std::int64_t listed = rows.at("symbols") - rows.at("files");  // without the anchors
   if (options.json) {
     Json json;
@@ -64,7 +39,7 @@ void print(const Options& options, const IndexPlace& place, const RowCounts& row
     json["external_imports"] = rows.at("external_imports");
     json["components"] = rows.at("components");
     json["errors"] = rows.at("index_errors");
-    json["binary_files"] = result.binary;
+    json["binary_files"] = made.result.binary;
     json["seconds"] = seconds;
     print_json(json);
     return;
@@ -83,16 +58,13 @@ int rebuild(const Options& options) {
   const IndexPlace place = find_index(options.directory, options.db);
   const CtagsProgram ctags = inspect_ctags();
   const BuildLock lock(place);
-  const RemoveOnExit remove_on_exit({place.staging(), place.lock()});
+  const RemoveOnExit remove_on_exit(place.passing_files());
   std::optional<OpenIndex> index = open_old_index(place);
 
-  StagingFile staging(place.staging());
-  const PassResult result = fill(staging, place, limits_of(options));
-
-  if (!index) index = OpenIndex::existing_or_new(place);
-  const RowCounts rows = swap_in(**index, place, ctags);
+  const NewIndex made =
+      make_index(index, place, walk_tree(place), extractor_versions(ctags), limits_of(options));
   record_pass(**index);
-  print(options, place, rows, result,
+  print(options, place, made,
         std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count());
   return EXIT_DONE;
 }

@@ -1,8 +1,16 @@
 // The staging file of a rebuild.
 #include "veldra-index/index/staging_file.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdio>
 #include <string>
 #include <system_error>
+
+#include "veldra-index/process/file_descriptor.h"
+#include "veldra-index/terminal/failure.h"
 
 namespace veldra::tool {
 namespace {
@@ -23,6 +31,35 @@ constexpr std::string_view INDEXES =
 constexpr std::string_view FULL_TEXT_OPTIONS =
     "INSERT INTO code_chunks (code_chunks, rank) VALUES ('hashsize', 2097152), ('automerge', 8)";
 
+/// What tells a finished staging file from an index: FTS5's own defaults, the generation that a
+/// swap into an empty file would give, and the journal.
+constexpr std::string_view FINISHING_TOUCHES[] = {
+    "INSERT INTO code_chunks (code_chunks, rank) VALUES ('hashsize', 1048576), ('automerge', 4)",
+    "PRAGMA user_version = 1",
+    "PRAGMA journal_mode = WAL",
+};
+
+void sync(const std::filesystem::path& path) {
+  const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (file.get() < 0 || ::fsync(file.get()) != 0) {
+    throw Failure("cannot sync " + path.string() + ": " + std::generic_category().message(errno) +
+                  "; look at the disk");
+  }
+}
+
+/// A journal that an index which is gone has left: SQLite would apply it to the next one of that
+/// name. It deletes one beside a file that it makes itself
+/// (https://www.sqlite.org/howtocorrupt.html).
+bool has_journal(const std::filesystem::path& index) {
+  for (const char* suffix : {"-journal", "-wal"}) {
+    std::filesystem::path journal = index;
+    journal += suffix;
+    struct stat status {};
+    if (::lstat(journal.c_str(), &status) == 0) return true;
+  }
+  return false;
+}
+
 }  // namespace
 
 StagingFile::Removal::Removal(std::filesystem::path path) : _path(std::move(path)) {
@@ -42,9 +79,11 @@ void StagingFile::Removal::_remove() const noexcept {
   }
 }
 
-StagingFile::StagingFile(const std::filesystem::path& path) : _removal(path), _database(path) {
+StagingFile::StagingFile(const std::filesystem::path& path, const ExtractorVersions& versions)
+    : _path(path), _removal(path), _database(path) {
   _database.connect();
   _database.create_schema();
+  _database.refresh_extractor_stamp(versions);
   for (const std::string_view pragma : PRAGMAS) _database.execute(pragma).close();
   _database.transaction([this](Cursor& cursor) {
     cursor.execute(INDEXES);
@@ -60,6 +99,20 @@ void StagingFile::fill(const std::function<void(Cursor&)>& body) {
     // Made once from all rows: keeping them up to date row by row costs more.
     for (const Row& index : _indexes) cursor.execute(index[1].as_text());
   });
+}
+
+bool StagingFile::publish(const std::filesystem::path& path) {
+  if (has_journal(path)) return false;
+  for (const std::string_view touch : FINISHING_TOUCHES) _database.execute(touch).close();
+  close();
+  sync(_path);
+  if (::renameat2(AT_FDCWD, _path.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE) != 0)
+    return false;
+  sync(path.parent_path());
+  return true;
+}
+
+void StagingFile::close() {
   _database.close();
 }
 

@@ -28,6 +28,9 @@ fs::path IndexPlace::staging() const {
 fs::path IndexPlace::lock() const {
   return with_suffix(db, ".lock");
 }
+std::vector<fs::path> IndexPlace::passing_files() const {
+  return {staging(), with_suffix(staging(), "-wal"), lock()};
+}
 
 bool IndexPlace::owns_folder(std::string_view path) const {
   return path == INDEX_FOLDER;
@@ -38,8 +41,8 @@ bool IndexPlace::owns(std::string_view path) const {
   const std::string full = (root / path).string();
   if (!full.starts_with(db.string())) return false;
   const std::string_view rest = std::string_view(full).substr(db.string().size());
-  static constexpr std::string_view SUFFIXES[] = {"",         "-wal",     "-shm",
-                                                  "-journal", ".staging", ".lock"};
+  static constexpr std::string_view SUFFIXES[] = {"",         "-wal",         "-shm", "-journal",
+                                                  ".staging", ".staging-wal", ".lock"};
   return std::find(std::begin(SUFFIXES), std::end(SUFFIXES), rest) != std::end(SUFFIXES);
 }
 

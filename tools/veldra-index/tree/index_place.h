@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <optional>
 #include <string_view>
+#include <vector>
 
 namespace veldra::tool {
 
@@ -13,6 +14,8 @@ struct IndexPlace {
 
   std::filesystem::path staging() const;  // what a rebuild makes
   std::filesystem::path lock() const;     // held by whoever builds
+  /// Those that are there only while somebody builds.
+  std::vector<std::filesystem::path> passing_files() const;
 
   /// True for a file (its path relative to the root) that is part of an index, by folder or name:
   /// nobody may open it, because closing any descriptor of a database drops its locks.
