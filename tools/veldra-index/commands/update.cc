@@ -3,8 +3,7 @@
 
 #include "veldra-index/commands/command.h"
 #include "veldra-index/index/build_lock.h"
-#include "veldra-index/index/index_pass.h"
-#include "veldra-index/index/open_index.h"
+#include "veldra-index/index/make_index.h"
 #include "veldra-index/index/update_plan.h"
 #include "veldra-index/parse/ctags.h"
 #include "veldra-index/process/interrupt.h"
@@ -42,21 +41,26 @@ void print(const Options& options, const PassResult& result, const Compaction& c
 
 int update(const Options& options) {
   const IndexPlace place = find_index(options.directory, options.db);
-  OpenIndex index = OpenIndex::existing(place);
+  std::optional<OpenIndex> index = OpenIndex::existing(place);
   const BuildLock lock(place);
-  const RemoveOnExit remove_on_exit({place.lock()});
-  index->refresh_extractor_stamp(extractor_versions(inspect_ctags()));
+  const RemoveOnExit remove_on_exit(place.passing_files());
+  const ExtractorVersions versions = extractor_versions(inspect_ctags());
+  (*index)->refresh_extractor_stamp(versions);
 
   const Tree tree = walk_tree(place);
-  const PassPlan plan = plan_update(*index, tree);
+  const UpdatePlan plan = plan_update(**index, place.root, tree);
   PassResult result;
-  if (!plan.files.empty() || !plan.gone.empty()) {
+  if (plan.rebuild) {
+    result = make_index(index, place, tree, versions, limits_of(options)).result;
+    result.removed = static_cast<std::int64_t>(plan.lost.size());
+  } else if (!plan.pass.files.empty() || !plan.pass.gone.empty()) {
     const StopInOrder stop_in_order;
-    index->transaction(
-        [&](Cursor& cursor) { result = run_pass(cursor, place, tree, plan, limits_of(options)); });
+    (*index)->transaction([&](Cursor& cursor) {
+      result = run_pass(cursor, place, tree, plan.pass, limits_of(options));
+    });
   }
-  record_pass(*index);
-  print(options, result, index->compact(), tree.files.size());
+  record_pass(**index);
+  print(options, result, (*index)->compact(), tree.files.size());
   return EXIT_DONE;
 }
 
@@ -68,7 +72,9 @@ Command update_command(const Options& options) {
       .summary = "Index only what has changed",
       .details =
           "Indexes only files that are new or have changed, and those whose parser is another than "
-          "before; takes files that are gone out of the index.",
+          "before; takes files that are gone out of the index. Where so much has changed that it "
+          "is "
+          "faster, the index is made anew as by rebuild.",
       .examples = {{"veldra-index update"}, {"veldra-index update ~/src/project --json"}},
       .arguments = {},
       .exit_status = "",

@@ -1,6 +1,8 @@
 // From parsed files to rows.
 #include "veldra-index/index/index_writer.h"
 
+#include <algorithm>
+
 #include "veldra-index/tree/path_text.h"
 
 namespace veldra::tool {
@@ -167,7 +169,8 @@ void IndexWriter::_write_symbols(const ParsedFile& file, const File& row) {
 void IndexWriter::_write_imports(const ParsedFile& file, const File& row) {
   for (const Import& import : file.imports) {
     if (const auto target = _resolver.resolve(file.path, import.module, import.system)) {
-      _pending.push_back({row.id, row.anchor, *target, std::string(import.module), import.line});
+      _pending.push_back({row.id, row.anchor, _files.find(file.path)->first, *target,
+                          std::string(import.module), import.line, import.system});
     } else {
       _external.add(row.id, import.module, line_or_null(import.line));
     }
@@ -184,7 +187,30 @@ void IndexWriter::_write_chunks(const ParsedFile& file, const File& row) {
   _chunks.flush(_cursor);
 }
 
+/// Where an import's file turned out to be no text, the best one of those that are.
+void IndexWriter::_resolve_among_indexed() {
+  const auto is_indexed = [this](std::string_view path) {
+    return _files.contains(std::string(path));
+  };
+  if (std::ranges::all_of(_pending, [&](const auto& at) { return is_indexed(_paths[at.target]); }))
+    return;
+  std::vector<std::string_view> indexed;
+  std::vector<std::size_t> positions;
+  for (std::size_t at = 0; at < _paths.size(); ++at) {
+    if (!is_indexed(_paths[at])) continue;
+    indexed.push_back(_paths[at]);
+    positions.push_back(at);
+  }
+  const ImportResolver resolver(indexed);
+  for (PendingImport& import : _pending) {
+    if (is_indexed(_paths[import.target])) continue;
+    const auto target = resolver.resolve(import.path, import.module, import.system);
+    if (target) import.target = positions[*target];
+  }
+}
+
 void IndexWriter::finish() {
+  _resolve_among_indexed();
   for (const PendingImport& import : _pending) {
     const auto target = _files.find(std::string(_paths[import.target]));
     if (target != _files.end() && _anchor_of(target->second) != 0) {

@@ -46,7 +46,8 @@ class RowBuffer {
 ///
 /// Ids are given here, so no row is looked up again. A file that the index has keeps its id and its
 /// anchor's; the rest of what it had is replaced. Import edges wait for `finish`, when every file
-/// has its anchor; an import of a file that then has none is recorded as external.
+/// has its anchor: only then it is known which files are in the index, and an import means one of
+/// those or is recorded as external.
 ///
 /// Thread safety: one thread. The cursor is the transaction's.
 class IndexWriter {
@@ -74,9 +75,11 @@ class IndexWriter {
   struct PendingImport {
     std::int64_t file;
     std::int64_t anchor;
-    std::size_t target;  // a position in the list of paths
+    std::string_view path;  // the importing file's, a key of `_files`
+    std::size_t target;     // a position in the list of paths
     std::string module;
     int line;
+    bool system;
   };
 
   void _load();
@@ -87,6 +90,7 @@ class IndexWriter {
   void _write_symbols(const ParsedFile& file, const File& row);
   void _write_imports(const ParsedFile& file, const File& row);
   void _write_chunks(const ParsedFile& file, const File& row);
+  void _resolve_among_indexed();
 
   Cursor& _cursor;
   const std::vector<std::string_view>& _paths;

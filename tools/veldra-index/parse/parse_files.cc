@@ -15,7 +15,6 @@
 #include "veldra-index/parse/tag_import.h"
 #include "veldra-index/process/child_process.h"
 #include "veldra-index/process/interrupt.h"
-#include "veldra-index/tree/encoding.h"
 #include "veldra/storage/database.h"
 
 namespace veldra::tool {
@@ -50,11 +49,6 @@ class Worker {
   std::unique_ptr<ParsedFile> _read(const PassFile& pass_file) const {
     auto file = std::make_unique<ParsedFile>();
     file->path = pass_file.source.path;
-    if (find_invalid_utf8(file->path) != std::string_view::npos) {  // cannot be said in JSON
-      file->problems.push_back(
-          {"path_error", "the file's name is not UTF-8: rename it", std::nullopt});
-      return file;
-    }
     file->source = read_source(_root, pass_file.source);
     if (file->source.problem) file->problems.push_back(*file->source.problem);
     return file;

@@ -83,6 +83,11 @@ std::uint64_t hash_of(std::string_view bytes) {
 
 SourceText read_source(const std::filesystem::path& root, const SourcePath& source) {
   SourceText result;
+  if (find_invalid_utf8(source.path) != std::string_view::npos) {  // cannot be said in JSON
+    result.problem =
+        FileProblem{"path_error", "the file's name is not UTF-8: rename it", std::nullopt};
+    return result;
+  }
   const FileDescriptor file(
       ::open((root / source.path).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
   struct stat status {};
