@@ -34,7 +34,7 @@ class IndexFile;
 class ReaderPool;
 class StagingFile;
 struct PageRewriteOutcome;
-struct _Asking;
+struct Asking;
 struct _Space;
 enum class LogLevel : std::uint8_t;
 
@@ -346,7 +346,7 @@ class VELDRA_EXPORT Database {
 
   // Queries
   template <typename Fetch>
-  auto _query(std::string_view sql, const Params& params, Fetch fetch, const _Asking& asking);
+  auto _query(std::string_view sql, const Params& params, Fetch fetch, const Asking& asking);
   Deadline _deadline(const Limits& limits) const;  // throws `QueryInterrupted` when it is over
   std::shared_ptr<ReaderPool> _readers_for(std::string_view sql) const;
   std::shared_ptr<ReaderPool> _readers_for_this_thread() const;

@@ -47,7 +47,7 @@ bool _is_read_statement(std::string_view sql);
 bool _reader_cannot_serve(const OperationalError& error);
 
 /// How a query is asked.
-struct _Asking {
+struct Asking {
   Deadline deadline = {};
   bool row_shown = false;  ///< to the caller: nothing may run a second time
 };
@@ -63,14 +63,14 @@ inline constexpr auto _fetch_all = [](Connection& connection, const auto&... que
 /// That a thread is inside a callback of the caller, a `visit` or the body of a snapshot, for as
 /// long as it lives. There the thread may hold a read connection of `db`: what waits for one to
 /// come back would wait for itself.
-class _CallersCode {
+class CallersCode {
  public:
-  explicit _CallersCode(const Database& db) noexcept : _db(db), _outer(_innermost) {
+  explicit CallersCode(const Database& db) noexcept : _db(db), _outer(_innermost) {
     _innermost = this;
   }
-  _CallersCode(const _CallersCode&) = delete;
-  _CallersCode& operator=(const _CallersCode&) = delete;
-  ~_CallersCode() { _innermost = _outer; }
+  CallersCode(const CallersCode&) = delete;
+  CallersCode& operator=(const CallersCode&) = delete;
+  ~CallersCode() { _innermost = _outer; }
 
   static bool runs_here(const Database& db) noexcept;
 
@@ -79,8 +79,8 @@ class _CallersCode {
 
  private:
   const Database& _db;
-  const _CallersCode* const _outer;
-  static thread_local const _CallersCode* _innermost;
+  const CallersCode* const _outer;
+  static thread_local const CallersCode* _innermost;
 };
 
 /// Runs one statement on `connection` and fetches from it, `_fetch_one` for instance: no statement

@@ -66,7 +66,7 @@ Database::Database(std::filesystem::path path) : db_path(std::move(path)) {
 Database::~Database() = default;
 
 void Database::connect() {
-  _CallersCode::refuse(*this, "connect");
+  CallersCode::refuse(*this, "connect");
   std::error_code code;
   std::filesystem::create_directories(_directory_of(db_path), code);
   if (code) throw_os_error(code, "cannot create the directory", _directory_of(db_path));
@@ -100,7 +100,7 @@ std::shared_ptr<ReaderPool> Database::_open_readers(std::string_view journal_mod
 }
 
 void Database::close() {
-  _CallersCode::refuse(*this, "close");
+  CallersCode::refuse(*this, "close");
   // Before anything is closed.
   if (const std::shared_ptr<Connection> writer = _connection.load()) writer->refuse_reentry();
   while (true) {

@@ -13,7 +13,7 @@ namespace veldra {
 namespace {
 
 template <typename Fetch>
-auto limited(Fetch fetch, const _Asking& asking) {
+auto limited(Fetch fetch, const Asking& asking) {
   return [&asking, fetch](Connection& connection, std::string_view sql, const Params& params) {
     return fetch(connection, sql, params, QueryTerms{.deadline = &asking.deadline});
   };
@@ -23,7 +23,7 @@ auto limited(Fetch fetch, const _Asking& asking) {
 
 template <typename Fetch>
 auto Database::_query(std::string_view sql, const Params& params, Fetch fetch,
-                      const _Asking& asking) {
+                      const Asking& asking) {
   bool may_write = false;
   if (const std::shared_ptr<ReaderPool> readers = _readers_for(sql)) {
     try {
@@ -53,25 +53,25 @@ std::vector<Row> Database::fetchall(std::string_view sql, const Params& params) 
 
 std::optional<Row> Database::fetchone(std::string_view sql, const Params& params,
                                       const Limits& limits) {
-  const _Asking asking{.deadline = _deadline(limits)};
+  const Asking asking{.deadline = _deadline(limits)};
   return _query(sql, params, limited(_fetch_one, asking), asking);
 }
 
 std::vector<Row> Database::fetchall(std::string_view sql, const Params& params,
                                     const Limits& limits) {
-  const _Asking asking{.deadline = _deadline(limits)};
+  const Asking asking{.deadline = _deadline(limits)};
   return _query(sql, params, limited(_fetch_all, asking), asking);
 }
 
 void Database::fetcheach(std::string_view sql, const Params& params,
                          const std::function<bool(const Row&)>& visit, const Limits& limits) {
-  _Asking asking{.deadline = _deadline(limits)};
+  Asking asking{.deadline = _deadline(limits)};
   const auto show = [&](const Row& row) {
     asking.row_shown = true;
     return visit(row);
   };
   const auto fetch = [&](Connection& connection, std::string_view text, const Params& values) {
-    const _CallersCode inside(*this);
+    const CallersCode inside(*this);
     connection.fetcheach(text, values, show, {.deadline = &asking.deadline});
   };
   _query(sql, params, fetch, asking);
@@ -101,7 +101,7 @@ std::shared_ptr<ReaderPool> Database::_readers_for_this_thread() const {
 
 std::chrono::milliseconds Database::_patience() const noexcept {
   using namespace std::chrono_literals;
-  return _CallersCode::runs_here(*this) ? 0s : 5s;
+  return CallersCode::runs_here(*this) ? 0s : 5s;
 }
 
 std::int64_t Database::_count(std::string_view sql) {
@@ -115,15 +115,15 @@ Database::Holding::Holding(Database& db, std::string_view purpose, const Deadlin
   if (!_lock.lock(purpose, deadline)) throw QueryInterrupted();
 }
 
-thread_local const _CallersCode* _CallersCode::_innermost = nullptr;
+thread_local const CallersCode* CallersCode::_innermost = nullptr;
 
-bool _CallersCode::runs_here(const Database& db) noexcept {
-  const _CallersCode* each = _innermost;
+bool CallersCode::runs_here(const Database& db) noexcept {
+  const CallersCode* each = _innermost;
   while (each != nullptr && &each->_db != &db) each = each->_outer;
   return each != nullptr;
 }
 
-void _CallersCode::refuse(const Database& db, std::string_view what) {
+void CallersCode::refuse(const Database& db, std::string_view what) {
   if (!runs_here(db)) return;
   throw ProgrammingError(std::string(what) +
                          " was called from within a query's visit or a snapshot's body of the same "

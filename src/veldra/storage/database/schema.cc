@@ -62,7 +62,7 @@ std::optional<PageRewriteOutcome> Database::_try_to_rewrite_pages() {
   const std::shared_ptr<Connection> writer = _writer_in_place();
   const _Space space = _space(*writer);
   if (space.page_size >= PAGE_SIZE) return PageRewriteOutcome{};
-  _CallersCode::refuse(*this, "a rewrite of the index file's pages");
+  CallersCode::refuse(*this, "a rewrite of the index file's pages");
   const std::optional<std::string> why_not =
       _disk_shortfall(_file.load()->path().parent_path(), space.used_bytes());
 

@@ -58,7 +58,7 @@ void Database::snapshot(const std::function<void(Snapshot&)>& body, const Limits
   const Holding holding(*this, "snapshot", deadline);
   transaction([&](Cursor&) {
     Snapshot snapshot(*connection(), deadline, [](std::string_view) {});
-    const _CallersCode inside(*this);
+    const CallersCode inside(*this);
     body(snapshot);
   });
 }
@@ -72,7 +72,7 @@ bool Database::_snapshot_on_reader(const std::function<void(Snapshot&)>& body,
     const ReaderPool::Lease reader = readers->lease(_patience(), "", deadline);
     const ReadTransaction transaction(*reader);
     Snapshot snapshot(*reader, deadline, [&](std::string_view sql) { reader.show(sql); });
-    const _CallersCode inside(*this);
+    const CallersCode inside(*this);
     begun = true;
     body(snapshot);
     return true;
