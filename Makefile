@@ -13,10 +13,10 @@ BUILD := build/release
 TOOL := $(BUILD)/tools/veldra-index
 SHELL := /bin/bash
 .DEFAULT_GOAL := help
-.PHONY: help deps configure build run test check format bench reference install package clean
+.PHONY: help deps configure build run test check check-tree format bench reference install package clean
 
 help: ## this list
-	@awk -F ':.*## ' '/^[a-z]+:.*## / { printf "  make %-9s%s\n", $$1, $$2 }' Makefile
+	@awk -F ':.*## ' '/^[a-z]+:.*## / { printf "  make %-10s%s\n", $$1, $$2 }' Makefile
 
 deps: ## install the packages that are missing
 	@scripts/install-deps.sh
@@ -37,13 +37,16 @@ test: build ## run every test
 
 check: deps ## what is to pass before a commit: format, lint, tests with assertions (needs the packages of --ci)
 	@scripts/check-format.sh
-	@scripts/check-floors.sh
-	@scripts/check-version.sh
-	@shellcheck -x scripts/*.sh tests/*.sh tests/install/*.sh .ci/run
+	@$(MAKE) --no-print-directory check-tree
 	@scripts/quietly.sh "Configure" cmake --preset clang
 	@scripts/quietly.sh "Build" cmake --build --preset clang --parallel $(JOBS)
 	@scripts/quietly.sh "Lint" scripts/check-tidy.sh build/clang src tools
 	@scripts/run-tests.sh clang -LE slow
+
+check-tree: ## the part of it that needs no build: the tool's floors, the version, the scripts
+	@scripts/check-floors.sh
+	@scripts/check-version.sh
+	@shellcheck -x scripts/*.sh bench/*.sh tests/*.sh tests/install/*.sh .ci/run
 
 format: ## write every C++ file as .clang-format has it
 	@scripts/check-format.sh --fix

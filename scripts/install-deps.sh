@@ -7,13 +7,14 @@ packages=(
   g++ cmake ninja-build pkg-config                    # building
   libsqlite3-dev libspdlog-dev                        # the library
   libcli11-dev libfmt-dev nlohmann-json3-dev          # the tool
+  libxxhash-dev
   universal-ctags
   libgtest-dev libgmock-dev                           # the tests
   libbenchmark-dev libsqlitecpp-dev python3           # the benchmarks
   dpkg-dev file                                       # the .deb package
 )
 if [ "${1:-}" = --ci ]; then
-  packages+=(clang clang-format clang-tidy ccache doxygen)
+  packages+=(clang clang-format clang-tidy ccache doxygen shellcheck)
   command -v npm >/dev/null || packages+=(npm)
 fi
 

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <xxhash.h>
 
 #include <array>
 #include <cerrno>
@@ -71,13 +72,6 @@ std::string hexadecimal(std::uint64_t value) {
   return digits.data();
 }
 
-/// FNV-1a of 64 bits (http://www.isthe.com/chongo/tech/comp/fnv/): tells contents apart, resists
-/// nobody.
-std::uint64_t hash_of(std::string_view bytes) {
-  std::uint64_t hash = 0xcbf29ce484222325U;
-  for (const char byte : bytes) hash = (hash ^ static_cast<unsigned char>(byte)) * 0x100000001b3U;
-  return hash;
-}
 
 }  // namespace
 
@@ -138,7 +132,7 @@ SourceText read_source(const std::filesystem::path& root, const SourcePath& sour
 
 std::string make_stamp(std::string_view content, std::int64_t mtime_ns, std::int64_t now_ns) {
   const bool settled = mtime_ns <= now_ns - UNSETTLED_NS;
-  return hexadecimal(hash_of(content)) + ":" + std::to_string(settled ? mtime_ns : 0);
+  return hexadecimal(XXH3_64bits(content.data(), content.size())) + ":" + std::to_string(settled ? mtime_ns : 0);
 }
 
 std::string_view content_of_stamp(std::string_view stamp) {
