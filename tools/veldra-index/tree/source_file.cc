@@ -72,7 +72,6 @@ std::string hexadecimal(std::uint64_t value) {
   return digits.data();
 }
 
-
 }  // namespace
 
 SourceText read_source(const std::filesystem::path& root, const SourcePath& source) {
@@ -132,7 +131,8 @@ SourceText read_source(const std::filesystem::path& root, const SourcePath& sour
 
 std::string make_stamp(std::string_view content, std::int64_t mtime_ns, std::int64_t now_ns) {
   const bool settled = mtime_ns <= now_ns - UNSETTLED_NS;
-  return hexadecimal(XXH3_64bits(content.data(), content.size())) + ":" + std::to_string(settled ? mtime_ns : 0);
+  return hexadecimal(XXH3_64bits(content.data(), content.size())) + ":" +
+         std::to_string(settled ? mtime_ns : 0);
 }
 
 std::string_view content_of_stamp(std::string_view stamp) {

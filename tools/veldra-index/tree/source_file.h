@@ -46,10 +46,10 @@ struct SourceText {
 /// UTF-16 is read as Latin-1, with a problem "decode_error". Symbolic links are not followed.
 SourceText read_source(const std::filesystem::path& root, const SourcePath& source);
 
-/// `files.hash`: the content's hash (XXH3 of 64 bits, which tells contents apart and resists nobody)
-/// and, after a colon, the time of its last change in nanoseconds,
-/// so that an unchanged file is known by its `stat`. A file that changed within the last two
-/// seconds before it was read has time 0: it may change again within the same tick of the clock.
+/// `files.hash`: the content's hash (XXH3 of 64 bits, which tells contents apart and resists
+/// nobody) and, after a colon, the time of its last change in nanoseconds, so that an unchanged
+/// file is known by its `stat`. A file that changed within the last two seconds before it was read
+/// has time 0: it may change again within the same tick of the clock.
 std::string make_stamp(std::string_view content, std::int64_t mtime_ns, std::int64_t now_ns);
 
 /// The part before the colon: equal for equal contents.
