@@ -6,6 +6,7 @@
 REPO ?= .
 DB ?=
 TEXT ?= main
+TREE ?= /usr/include
 PREFIX ?= /usr/local
 JOBS ?= $(shell nproc)
 
@@ -51,10 +52,11 @@ check-tree: ## the part of it that needs no build: the tool's floors, the versio
 format: ## write every C++ file as .clang-format has it
 	@scripts/check-format.sh --fix
 
-bench: build ## compare with the bare SQLite library, in one run; plots go to bench/report.html
+bench: build ## compare with the bare SQLite library, a rebuild of TREE with its floor; plots in bench/report.html
 	@scripts/quietly.sh "Benchmarks" $(BUILD)/bench/veldra_bench \
 		--benchmark_out=$(BUILD)/bench/results.json --benchmark_out_format=json
-	@python3 bench/report.py $(BUILD)/bench/results.json bench/report.html
+	@python3 bench/rebuild_floor.py $(TOOL) "$(TREE)" >$(BUILD)/bench/rebuild_floor.md
+	@python3 bench/report.py $(BUILD)/bench/results.json bench/report.html $(BUILD)/bench/rebuild_floor.md
 
 reference: ## the API reference, build/reference/html/index.html (needs doxygen)
 	@mkdir -p build

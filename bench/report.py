@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""report.py RESULTS.json PAGE.html: prints the Markdown tables of a run of veldra_bench and writes a
-page with its plots. Standard library only."""
+"""report.py RESULTS.json PAGE.html [ROWS.md]: prints the Markdown tables of a run of veldra_bench, the rows of
+ROWS.md (of rebuild_floor.py) at their end, and writes a page with its plots. Standard library only."""
 
 import html
 import json
@@ -259,10 +259,13 @@ def page(runs, context, markdown):
 
 
 def main():
-    if len(sys.argv) != 3:
+    if not 3 <= len(sys.argv) <= 4:
         sys.exit(__doc__)
     runs, context = load(sys.argv[1])
     markdown = tables(runs)
+    if len(sys.argv) > 3:
+        with open(sys.argv[3], encoding="utf-8") as rows:
+            markdown += "\n" + rows.read().rstrip("\n")
     with open(sys.argv[2], "w", encoding="utf-8") as file:
         file.write(page(runs, context, markdown))
     print(markdown)
