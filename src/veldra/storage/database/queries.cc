@@ -112,6 +112,7 @@ std::int64_t Database::_count(std::string_view sql) {
 Database::Holding::Holding(Database& db, std::string_view purpose, const Deadline& deadline)
     : _lock(db._lock) {
   if (const std::shared_ptr<Connection> writer = db._connection.load()) writer->refuse_reentry();
+  if (purpose.empty()) purpose = "a statement without text";  // "" is what a free lock shows
   if (!_lock.lock(purpose, deadline)) throw QueryInterrupted();
 }
 
