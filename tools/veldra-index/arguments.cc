@@ -113,7 +113,8 @@ CommandLine::CommandLine()
       commands{rebuild_command(options), update_command(options),  stats_command(options),
                search_command(options),  symbols_command(options), refs_command(options),
                health_command(options),  errors_command(options),  check_command(options),
-               compact_command(options), clear_command(options),   sql_command(options)} {
+               compact_command(options), clear_command(options),   sql_command(options),
+               export_command(options),  import_command(options)} {
   options.jobs = std::clamp(static_cast<int>(std::thread::hardware_concurrency()), 1, MOST_JOBS);
 }
 

@@ -285,6 +285,12 @@ TEST_F(ProjectTest, AnswersTellWhoImportsAndHowTheIndexIs) {
   EXPECT_EQ(
       tree.run({"sql", "SELECT name AS n, 1.5 AS r, NULL AS o FROM components ORDER BY 1"}).out,
       "n     r    o\npkg   1.5\nsrc   1.5\ntool  1.5\n");
+  const std::vector<std::string> whole = tree.rows(CONTENT);
+  EXPECT_GT(tree.json({"export", "copy.db"})["bytes"], 1024);
+  EXPECT_EQ(tree.json({"clear", "--yes"})["files_removed"], 5);
+  EXPECT_EQ(tree.json({"import", "copy.db"})["files"], 5);
+  EXPECT_EQ(tree.rows(CONTENT), whole);
+  EXPECT_EQ(tree.json({"update"})["parsed"], 0) << "the stamp did not come along";
   EXPECT_EQ(tree.json({"clear", "--yes"})["files_removed"], 5);
   EXPECT_EQ(tree.json({"stats"})["files"], 0);
 }
@@ -306,6 +312,9 @@ TEST_F(ProjectTest, BadInputIsAnsweredWithOneLineAndAStatus) {
       {{"sql", "SELECT 1; DELETE FROM files"}, 1, ""},
       {{"search", "--fts", "a AND"}, 1, "leave --fts out"},
       {{"rebuild", "notes.txt"}, 1, "not a directory"},
+      {{"import", "none.db"}, 1, "no such file"},
+      {{"import", "words.txt"}, 1, "is no index: file is not a database; name a file"},
+      {{"import", "other.db"}, 1, "is no index: no such table: schema_info"},
       {{"stats", "--db", "none.db"}, 1, "no index here: run `veldra-index rebuild "},
       {{"rebuild", "--db", "words.txt"}, 1, "file is not a database"},
       {{"rebuild", "--db", "/proc/none/i.db"}, 1, "name another place with --db"},

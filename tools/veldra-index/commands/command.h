@@ -91,5 +91,7 @@ Command check_command(const Options& options);
 Command compact_command(const Options& options);
 Command clear_command(const Options& options);
 Command sql_command(const Options& options);
+Command export_command(const Options& options);
+Command import_command(const Options& options);
 
 }  // namespace veldra::tool
