@@ -28,10 +28,13 @@ configure: deps
 build: configure ## the library, the tool, tests and benchmarks, optimised
 	@scripts/quietly.sh "Build" cmake --build --preset release --parallel $(JOBS)
 
-run: build ## index REPO (default: this one) into DB, then print its statistics and a search for TEXT
+# Only the tool is built. A shell may leave the ~ of REPO=~/src as it stands.
+run: override REPO := $(patsubst ~/%,$(HOME)/%,$(REPO))
+run: configure ## index REPO (default: this one) into DB, then print its statistics and a search for TEXT
+	@scripts/quietly.sh "Build" cmake --build --preset release --parallel $(JOBS) --target veldra-index
 	@$(TOOL) rebuild "$(REPO)" $(if $(DB),--db "$(DB)")
 	@$(TOOL) stats "$(REPO)" $(if $(DB),--db "$(DB)")
-	@$(TOOL) search "$(TEXT)" "$(REPO)" $(if $(DB),--db "$(DB)") | head -n 20
+	@$(TOOL) search "$(TEXT)" "$(REPO)" $(if $(DB),--db "$(DB)")
 
 test: build ## run every test
 	@scripts/run-tests.sh release

@@ -7,7 +7,7 @@ packages=(
   g++ cmake ninja-build pkg-config                    # building
   libsqlite3-dev libspdlog-dev                        # the library
   libcli11-dev libfmt-dev nlohmann-json3-dev          # the tool
-  libxxhash-dev
+  libre2-dev libxxhash-dev
   universal-ctags
   libgtest-dev libgmock-dev                           # the tests
   libbenchmark-dev libsqlitecpp-dev python3           # the benchmarks

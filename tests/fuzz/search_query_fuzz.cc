@@ -12,9 +12,13 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
   (void)ready;
   const std::string_view text(reinterpret_cast<const char*>(data), size);
   if (text.find('\0') != std::string_view::npos) return 0;  // no argument of a program has one
-  const veldra::tool::SearchQuery query = veldra::tool::parse_search(text);
-  if (!query.match.empty())
-    index.fetchall("SELECT rowid FROM chunks WHERE chunks MATCH ?", {query.match});
-  for (const std::string& word : query.words) (void)veldra::tool::has_part(word, word);
+  const auto ask = [](const std::string& match) {
+    if (!match.empty()) index.fetchall("SELECT rowid FROM chunks WHERE chunks MATCH ?", {match});
+  };
+  const std::vector<veldra::tool::SearchQuery::Word> words = veldra::tool::parse_search(text).words;
+  ask(veldra::tool::match_of(words));
+  ask(veldra::tool::narrowing_match(text));
+  ask(veldra::tool::narrowing_match_of_regex(text));
+  for (const auto& word : words) (void)veldra::tool::has_part(word.text, word.text);
   return 0;
 }

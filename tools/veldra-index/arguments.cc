@@ -57,7 +57,6 @@ void add(CLI::App& app, CommandLine& line, const Command& command) {
   sub->footer(footer_of(command));
   sub->parse_complete_callback([&line, &command] { line.chosen = &command; });
   for (const Argument& argument : command.arguments) add(*sub, argument);
-  add(*sub, line.directory);
 }
 
 /// CLI11's words, and where more is to be found.
@@ -76,21 +75,26 @@ int report_usage(const CLI::App& app, const CLI::ParseError& error, int argc,
   return EXIT_USAGE;
 }
 
+/// The last word of a command.
+Argument place_of(const Command& command, Options& options) {
+  using Completion = Argument::Completion;
+  return {.names = command.asks ? "PATH" : "DIR",
+          .value = "",
+          .text = command.asks ? "The repository, or a folder or file in it" : "The repository",
+          .target = &options.directory,
+          .completion = command.asks ? Completion::File : Completion::Directory,
+          .standard = "the current directory"};
+}
+
 }  // namespace
 
 CommandLine::CommandLine()
-    : directory{.names = "DIR",
-                .value = "",
-                .text = "The repository",
-                .target = &options.directory,
-                .completion = Argument::Completion::Directory,
-                .standard = "the current directory"},
-      common{{.names = "--db",
+    : common{{.names = "--db",
               .value = "FILE",
               .text = "The index file",
               .target = &options.db,
               .completion = Argument::Completion::File,
-              .standard = "DIR/memory/codebase-index/index.db"},
+              .standard = "memory/codebase-index/index.db in the repository"},
              {"--json", "", "Answer in JSON, on standard output", &options.json},
              {"-q,--quiet", "", "No progress, no summary, no warnings", &options.quiet},
              {"-v,--verbose", "", "Say what is done; twice for more", &verbose},
@@ -115,6 +119,7 @@ CommandLine::CommandLine()
                health_command(options),  errors_command(options),  check_command(options),
                compact_command(options), clear_command(options),   sql_command(options),
                export_command(options),  import_command(options)} {
+  for (Command& command : commands) command.arguments.push_back(place_of(command, options));
   options.jobs = std::clamp(static_cast<int>(std::thread::hardware_concurrency()), 1, MOST_JOBS);
 }
 

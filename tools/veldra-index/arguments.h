@@ -22,7 +22,6 @@ struct CommandLine {
   std::string color = "auto";
   std::string generate;  // "man", "bash", …: print that, and nothing else
 
-  Argument directory;               // the last word of every command
   std::vector<Argument> common;     // of every command
   std::vector<Command> commands;    // in the order of the help
   const Command* chosen = nullptr;  // after parsing

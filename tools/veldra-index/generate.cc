@@ -60,7 +60,7 @@ std::string man_entry(const Command& command) {
     }
     entries += man_entry(argument);
   }
-  std::string text = fmt::format(".TP\n\\fB{}\\fR{} [\\fIDIR\\fR]\n{}. {}\n", command.name, words,
+  std::string text = fmt::format(".TP\n\\fB{}\\fR{}\n{}. {}\n", command.name, words,
                                  roff(command.summary), roff(command.details));
   if (!command.exit_status.empty()) text += roff("Exit status " + command.exit_status) + ".\n";
   return entries.empty() ? text : text + ".RS\n" + entries + ".RE\n";
@@ -70,12 +70,13 @@ constexpr std::string_view MAN_HEAD = R"(.TH VELDRA\-INDEX 1 "" "veldra" "User C
 .SH NAME
 veldra\-index \- index the source files of a repository and ask about them
 .SH SYNOPSIS
-\fBveldra\-index\fR \fICOMMAND\fR [\fIARGUMENTS\fR] [\fIDIR\fR] [\fIOPTIONS\fR]
+\fBveldra\-index\fR \fICOMMAND\fR [\fIARGUMENTS\fR] [\fIOPTIONS\fR]
 .SH DESCRIPTION
-Keeps an index of the files below \fIDIR\fR: their symbols, what they import, and their text for
+Keeps an index of the files of a repository: their symbols, what they import, and their text for
 full\-text search. The index is one SQLite file.
 In a git checkout the files are those that git tracks or would track, elsewhere all that are not
 hidden. Binary files and symbolic links are left out.
+A question is for the index of the nearest folder, from the current one upward, that has one.
 Symbols come from Universal Ctags, which must be installed.
 )";
 constexpr std::string_view MAN_TAIL = R"(.SH EXIT STATUS
@@ -237,7 +238,6 @@ std::string zsh(const CommandLine& line) {
     for (const Argument& argument : command.arguments) {
       arguments += " " + zsh_argument(argument, place);
     }
-    arguments += " " + zsh_argument(line.directory, place);
     own += fmt::format("  {}) _arguments $common{} ;;\n", command.name, arguments);
   }
   return fmt::format(ZSH, fmt::arg("commands", commands), fmt::arg("common", common),

@@ -52,7 +52,7 @@ int run_command(const CommandLine& line) {
     say(failure.what());
     return failure.status;
   } catch (const std::exception& error) {
-    const IndexPlace place = find_index(line.options.directory, line.options.db);
+    const IndexPlace place = index_of(line.options.directory, line.options.db).place;
     say(error_text(error, place.db.string()));
     return EXIT_FAILED;
   }

@@ -17,10 +17,31 @@ namespace {
 /// The cache is private even where the host shares its own: readers would meet a writer's locks
 /// (https://www.sqlite.org/sharedcache.html#shared_cache_locking_model).
 int open_flags(Connection::Mode mode) {
-  if (mode == Connection::Mode::ReadOnly)
-    return SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_PRIVATECACHE;
+  switch (mode) {
+    case Connection::Mode::ReadWrite:
+      break;
+    case Connection::Mode::ReadOnly:
+      return SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_PRIVATECACHE;
+    case Connection::Mode::Immutable:
+      return SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_PRIVATECACHE |
+             SQLITE_OPEN_URI;
+  }
   return SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX |
          SQLITE_OPEN_PRIVATECACHE;
+}
+
+/// A URI in which every byte of `name` stands for itself
+/// (https://www.sqlite.org/uri.html#the_uri_path).
+std::string immutable_uri(std::string_view name) {
+  static constexpr std::string_view DIGITS = "0123456789ABCDEF";
+  std::string uri = "file:";
+  for (const char byte : name) {
+    const auto code = static_cast<unsigned char>(byte);
+    uri += '%';
+    uri += DIGITS[code / 16];
+    uri += DIGITS[code % 16];
+  }
+  return uri + "?immutable=1";
 }
 
 /// SQLite initialises itself at its first use, and afterwards reads without a lock that it has:
@@ -49,7 +70,8 @@ Connection::Connection(const std::filesystem::path& path, Mode mode)
   initialize_sqlite();
   sqlite3*& db = _state->db;
   _state->is_shared = mode == Mode::ReadWrite;
-  const std::string name = plain_file_name(path);
+  std::string name = plain_file_name(path);
+  if (mode == Mode::Immutable) name = immutable_uri(name);
   const int opened = sqlite3_open_v2(name.c_str(), &db, open_flags(mode), nullptr);
   try {
     if (opened != SQLITE_OK) {

@@ -30,12 +30,15 @@ VELDRA_EXPORT std::string plain_file_name(const std::filesystem::path& path);
 ///
 /// Thread safety: any member, from any thread: one mutex per connection is held for each call of
 /// the connection and of its cursors, so SQLite's message and its count of changes belong to the
-/// call that reads them. `close` waits for a call that is running. A `ReadOnly` connection has no
-/// mutex, as it has none inside SQLite: it and its cursors are for one thread at a time.
+/// call that reads them. `close` waits for a call that is running. Only a `ReadWrite` connection
+/// has a mutex, inside SQLite too: another and its cursors are for one thread at a time.
 /// Ownership: owns the SQLite handle; cursors may outlive it. Destroying it closes it.
 class VELDRA_EXPORT Connection {
  public:
-  enum class Mode { ReadWrite, ReadOnly };
+  /// `Immutable` is `ReadOnly` for a file that nobody can write, such as one on read-only media: it
+  /// needs no lock and no file beside it, and the log, if there is one, is not read
+  /// (https://www.sqlite.org/uri.html#uriimmutable).
+  enum class Mode { ReadWrite, ReadOnly, Immutable };
 
   static constexpr std::chrono::milliseconds BUSY_TIMEOUT{5000};
 

@@ -146,6 +146,28 @@ TEST_F(ProjectTest, ARebuildIsRefusedWhileAnotherRunsAndCleansUpWhenInterrupted)
   EXPECT_EQ(tree.rows(CONTENT), before);
 }
 
+TEST_F(ProjectTest, ADamagedIndexIsSetAsideAndANewersIsLeftAlone) {
+  const std::vector<std::string> whole = tree.rows(CONTENT);
+  for (const std::streamoff damaged_from : {0, 16'384}) {
+    const auto size = static_cast<std::streamoff>(std::filesystem::file_size(tree.index()));
+    std::fstream(tree.index(), std::ios::in | std::ios::out | std::ios::binary).seekp(damaged_from)
+        << std::string(static_cast<std::size_t>(size - damaged_from), 'x');
+    for (const char* command : {"health", "check"}) {
+      const ToolRun run = tree.run({command});
+      EXPECT_EQ(run.status, 1);
+      EXPECT_THAT(run.err, HasSubstr("is damaged: run `veldra-index rebuild`")) << command;
+    }
+    EXPECT_THAT(tree.run({"rebuild"}).err, HasSubstr("index.db.damaged"));
+    EXPECT_EQ(tree.rows(CONTENT), whole);
+    EXPECT_TRUE(std::filesystem::remove(tree.index().string() + ".damaged"));
+    EXPECT_TRUE(tree.holds_nothing_beside_the_index());
+  }
+  Connection(tree.index()).execute("UPDATE schema_info SET value = '99' WHERE key = 'version'");
+  for (const char* command : {"rebuild", "update"})
+    EXPECT_THAT(tree.run({command}).err, HasSubstr("a newer release")) << command;
+  EXPECT_EQ(tree.rows(CONTENT), whole);
+}
+
 using KillTest = ProjectTest;
 
 TEST_F(KillTest, ARebuildLeavesTheOldIndexOrNoneOrTheNewOneWhole) {
@@ -263,22 +285,60 @@ TEST_F(ProjectTest, ASearchFindsWhatPeopleType) {
     std::vector<std::string> command = {"--json", "search"};
     command.insert(command.end(), arguments.begin(), arguments.end());
     std::string found;
-    for (const auto& hit : tree.json(command))
+    const ToolRun done = tree.run(command);
+    EXPECT_EQ(done.status, lines.empty() ? 1 : 0) << done.err;
+    for (const auto& hit : nlohmann::json::parse(done.out))
       found += hit["file"].get<std::string>() + ":" + hit["line"].dump() + " ";
     EXPECT_EQ(found, lines) << testing::PrintToString(arguments);
   }
-  EXPECT_EQ(
-      tree.run({"search", "swap_index_from", "--path", "src/main.cc", "--color", "always"}).out,
-      "\033[35msrc/main.cc\033[0m-\033[32m2\033[0m-#include <vector>\n"
-      "\033[35msrc/main.cc\033[0m:\033[32m3\033[0m:int main() { return "
-      "util::\033[1;31mswap_index_from\033[0m(1); }\n");
+  EXPECT_EQ(tree.run({"search", "swap_index_from", "--path", "src/main.cc", "--color", "always",
+                      "-C", "1"})
+                .out,
+            "\033[35msrc/main.cc\033[0m-\033[32m2\033[0m-#include <vector>\n"
+            "\033[35msrc/main.cc\033[0m:\033[32m3\033[0m:int main() { return "
+            "util::\033[1;31mswap_index_from\033[0m(1); }\n");
+}
+
+TEST_F(ProjectTest, AQuestionIsAskedWhereItsUserStands) {
+  EXPECT_EQ(tree.run({"search", "swap_index_from", "src/util"}).out,
+            "src/util/swap.h:3:inline int swap_index_from(int) { return 0; }\n");
+  EXPECT_EQ(tree.run({"search", "int", "src/main.cc", "--vimgrep"}).out,
+            "src/main.cc:3:1:int main() { return util::swap_index_from(1); }\n");
+  EXPECT_EQ(tree.run({"search", "-l", "int", "src"}).out, "src/main.cc\nsrc/util/swap.h\n");
+  EXPECT_EQ(tree.run({"search", "-c", "int", "--path", "src/util"}).out, "src/util/swap.h:2\n");
+  EXPECT_EQ(tree.run({"symbols", "go", "tool"}).out, "tool/run.py:3: member Runner.go\n");
+  EXPECT_EQ(tree.run({"refs", "vector", "tool"}).status, 1);
+  EXPECT_THAT(tree.run({"search", "-n", "1", "int"}).err, HasSubstr(" 1 of 3 lines; -n for more"));
+  tree.write("src/util/long.c", "int " + std::string(40'000, 'x') + " needle;\n");
+  EXPECT_EQ(tree.json({"search", "needle", "--update"})[0]["column"], 40'006);
+  EXPECT_LT(tree.run({"search", "needle"}).out.size(), 600U);
+}
+
+TEST_F(ProjectTest, AnAnswerLeavesOutLinesThatAreNoLongerThere) {
+  tree.write("src/main.cc", "\nint main() { return util::swap_index_from(1); }\n");
+  std::filesystem::remove(tree.path("src/util/swap.h"));
+  tree.write("notes.txt", "Say foo->bar to user@host in C++\nadded\n");
+  EXPECT_EQ(tree.run({"search", "swap_index_from"}).status, 1);
+  EXPECT_EQ(tree.run({"search", "-l", "swap_index_from"}).out, "src/main.cc\n");
+  EXPECT_EQ(tree.run({"symbols", "swap_index_from"}).status, 1);
+  const ToolRun refs = tree.run({"refs", "vector"});
+  EXPECT_EQ(refs.out, "");
+  EXPECT_THAT(refs.err, HasSubstr("1 file has changed since: ask with --update"));
+  EXPECT_EQ(tree.run({"search", "swap_index_from", "--update"}).out,
+            "src/main.cc:2:int main() { return util::swap_index_from(1); }\n");
+  const std::string elsewhere = tree.path("copy.db");
+  std::filesystem::create_directory(tree.path("empty"));
+  ASSERT_EQ(tree.run({"export", elsewhere}).status, 0);
+  EXPECT_EQ(tree.run({"search", "Say foo", "empty", "--db", elsewhere}).out,
+            "notes.txt:1:Say foo->bar to user@host in C++\n")
+      << "where the tree is not at hand nothing is known to have changed";
 }
 
 TEST_F(ProjectTest, AnswersTellWhoImportsAndHowTheIndexIs) {
   EXPECT_EQ(tree.run({"refs", "swap.h"}).out, "src/main.cc:1: imports src/util/swap.h\n");
   EXPECT_EQ(tree.run({"refs", "pkg.mod"}).out, "tool/run.py:1: imports pkg/mod.py\n");
   EXPECT_EQ(tree.run({"refs", "vector"}).out, "src/main.cc:2: imports vector\n");
-  EXPECT_EQ(tree.run({"refs", "ap.h"}).out, "nobody imports ap.h\n");
+  EXPECT_EQ(tree.run({"refs", "ap.h"}).status, 1);
   const auto health = tree.json({"health"});
   EXPECT_EQ(health["index_generation"], 1);
   EXPECT_EQ(health["auto_vacuum"], "incremental");
@@ -305,7 +365,7 @@ TEST_F(ProjectTest, BadInputIsAnsweredWithOneLineAndAStatus) {
       {{"search", "->"}, 2, "put -- before"},
       {{"clear"}, 2, "--yes"},
       {{"search", "x", "--limit", "0"}, 2, "not in range 1 to"},
-      {{"errors", "none.c"}, 1, "from the root of the repository"},
+      {{"errors", "none.c"}, 1, "name a repository, or a folder or file in one"},
       {{"sql", "DELETE FROM files"}, 2, "only questions"},
       {{"sql", "PRAGMA journal_mode = DELETE"}, 2, "only questions"},
       {{"sql", "WITH x AS (SELECT 1) DELETE FROM files"}, 1, "readonly"},

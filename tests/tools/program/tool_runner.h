@@ -49,7 +49,7 @@ class ToolTree {
 
   bool holds_nothing_beside_the_index() const {
     const std::filesystem::directory_iterator files(index().parent_path());
-    return std::distance(begin(files), end(files)) == 1;
+    return std::distance(begin(files), end(files)) == 2;  // it and .gitignore
   }
 
   /// Writes a file, its folders too, and dates it a minute back, so that its stamp is settled.

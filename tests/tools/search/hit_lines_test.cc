@@ -31,20 +31,5 @@ TEST(HitLinesTest, FindsTheMarksInTheLines) {
   for (const auto& [text, lines] : cases) EXPECT_EQ(shown(lines_of(text, 5)), lines);
 }
 
-TEST(HitLinesTest, MarksTextsWhateverTheirCaseAndMergesWhatOverlaps) {
-  const std::tuple<std::string_view, Texts, std::string_view> cases[] = {
-      {"a->B a->b", {"A->b"}, "1 a->B a->b [0,4) [5,9)"},
-      {"axaxy", {"axa", "xax"}, "1 axaxy [0,4)"},
-      {"aaa", {"aa"}, "1 aaa [0,3)"},
-      {"abcd", {"cd", "ab"}, "1 abcd [0,2) [2,4)"},
-      {"abcdef", {"abcdef", "bc"}, "1 abcdef [0,6)"},
-      {"abc", {"x"}, "1 abc"}};
-  for (const auto& [text, texts, marked] : cases) {
-    std::vector<MarkedLine> lines = lines_of(text, 1);
-    mark_texts(lines, texts);
-    EXPECT_THAT(shown(lines), testing::ElementsAre(marked));
-  }
-}
-
 }  // namespace
 }  // namespace veldra::tool

@@ -10,27 +10,39 @@
 namespace veldra::tool {
 namespace {
 
-TEST(SearchQueryTest, TellsWordsBeginningsPhrasesAndTextAsItStands) {
-  using Texts = std::vector<std::string>;
-  const std::tuple<std::string_view, std::string_view, Texts, Texts, bool> cases[] = {
-      {"", "", {}, {}, true},
-      {" open\tfile ", R"("open" AND "file")", {}, {"open", "file"}, true},
-      {"swap*", R"("swap"*)", {}, {}, false},
-      {"a b*", R"("a" AND "b"*)", {}, {"a"}, false},
-      {"foo->bar", R"("foo->bar"*)", {"foo->bar"}, {}, false},
-      {"C++", R"("C++")", {"C++"}, {}, false},
-      {"-> *", "", {"->", "*"}, {}, false},
-      {"\"open file\"x", R"("open file" AND "x")", {}, {"x"}, false},
-      {"\"->\" \"\"", "", {"->"}, {}, false},
-      {"\"open", R"("""open"*)", {"\"open"}, {}, false},
-      {"größe_2", "\"größe_2\"", {}, {"größe_2"}, true}};
-  for (const auto& [text, match, literal, words, only_words] : cases) {
-    const SearchQuery query = parse_search(text);
-    EXPECT_EQ(query.match, match) << text;
-    EXPECT_EQ(query.literal, literal) << text;
-    EXPECT_EQ(query.words, words) << text;
-    EXPECT_EQ(query.only_words, only_words) << text;
-  }
+TEST(SearchQueryTest, TellsWordsFromTextAsItStands) {
+  const std::pair<std::string_view, std::string_view> cases[] = {
+      {"", ""},
+      {" open\tfile ", R"("open" AND "file")"},
+      {"a b*", R"("a" AND "b"*)"},
+      {"größe_2", "\"größe_2\""},
+      {"*", ""},
+      {"open \"file\"", ""},
+      {"C++", ""},
+      {"a ->", ""}};
+  for (const auto& [text, match] : cases) EXPECT_EQ(match_of(parse_search(text).words), match);
+  EXPECT_EQ(inside_quotes("\"open file\""), "open file");
+  for (const char* text : {"\"\"", "\"a\" \"b\"", "a\"", "\""}) EXPECT_EQ(inside_quotes(text), "");
+}
+
+TEST(SearchQueryTest, NarrowsATextToTheWordsThatAreWhole) {
+  const std::pair<std::string_view, std::string_view> texts[] = {
+      {"llo(size", R"("(size"*)"},
+      {"->next = NULL;", R"("->next = NULL;")"},
+      {"word", ""},
+      {"größe", ""},
+      {"x → ", ""},
+      {"a \"b", R"(" ""b"*)"},
+      {"f(", ""},
+      {" ü", ""}};
+  for (const auto& [text, match] : texts) EXPECT_EQ(narrowing_match(text), match) << text;
+  const std::pair<std::string_view, std::string_view> expressions[] = {
+      {"open_\\w+\\(", ""}, {"^ static int.*\\(bar, baz?$", R"(" static int"* AND "(bar, ba"*)"},
+      {"a|(b) c", ""},      {"x \\| yes", R"(" | yes"*)"},
+      {"x \\pL yes", ""},   {" größé?", R"(" größ"*)"},
+      {" [ab] yes", ""}};
+  for (const auto& [text, match] : expressions)
+    EXPECT_EQ(narrowing_match_of_regex(text), match) << text;
 }
 
 TEST(SearchQueryTest, FindsWholePartsOfNamesOnly) {
@@ -46,7 +58,6 @@ TEST(SearchQueryTest, FindsWholePartsOfNamesOnly) {
     for (const std::string_view word : others) EXPECT_FALSE(has_part(name, word)) << name << word;
   }
   EXPECT_EQ(part_pattern("HTTPServer_2"), "%http%server%2%");
-  EXPECT_EQ(like_pattern("50%_\\x"), "%50\\%\\_\\\\x%");
 }
 
 TEST(SymbolSearchTest, TheLastNameIsBehindTheLastSeparator) {

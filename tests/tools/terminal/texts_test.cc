@@ -41,7 +41,7 @@ TEST(TableTest, AlignsByCharactersWithNumbersToTheRight) {
 
 TEST(ErrorTextTest, SaysWhatToDo) {
   const std::pair<int, std::string_view> cases[] = {
-      {5, "try again"},        {3 << 8 | 10, "look at the disk"}, {11, "remove the file"},
+      {5, "try again"},        {3 << 8 | 10, "look at the disk"}, {11, "sets it aside"},
       {13, "free some space"}, {1 << 8 | 14, "writable"},         {26, "name another file"}};
   for (const auto& [code, advice] : cases) {
     const std::string text = error_text(Error("why", code), "i.db");

@@ -3,6 +3,7 @@
 
 #include "veldra-index/commands/command.h"
 #include "veldra-index/index/open_index.h"
+#include "veldra-index/terminal/error_text.h"
 #include "veldra-index/terminal/failure.h"
 #include "veldra-index/terminal/json_output.h"
 #include "veldra-index/terminal/progress.h"
@@ -30,10 +31,16 @@ bool file_is_sound(Database& index) {
 }
 
 int check(const Options& options) {
-  const IndexPlace place = find_index(options.directory, options.db);
-  OpenIndex index = OpenIndex::existing(place);
-  const bool file = file_is_sound(*index);
-  const bool full_text = full_text_is_sound(*index);
+  const IndexPlace place = index_of(options.directory, options.db).place;
+  bool file = false;
+  bool full_text = false;
+  try {
+    OpenIndex index = OpenIndex::existing(place);
+    file = file_is_sound(*index);
+    full_text = full_text_is_sound(*index);
+  } catch (const Error& damage) {
+    if (!tells_of_damage(damage, place)) throw;
+  }
   const auto word = [](bool sound) { return sound ? "ok" : "damaged"; };
   if (options.json) {
     print_json({{"integrity", word(file)}, {"full_text", word(full_text)}});
@@ -41,7 +48,7 @@ int check(const Options& options) {
     std::cout << "file       " << word(file) << "\nfull text  " << word(full_text) << '\n';
   }
   if (file && full_text) return EXIT_DONE;
-  throw Failure(place.db.string() + " is damaged: remove it and run `veldra-index rebuild`");
+  throw Failure(place.db.string() + " is damaged: " + std::string(DAMAGE_ADVICE));
 }
 
 }  // namespace

@@ -15,7 +15,7 @@ namespace veldra::tool {
 namespace {
 
 int clear(const Options& options) {
-  const IndexPlace place = find_index(options.directory, options.db);
+  const IndexPlace place = index_of(options.directory, options.db).place;
   OpenIndex index = OpenIndex::existing(place);
   const BuildLock lock(place);
   const RemoveOnExit remove_on_exit({place.lock()});

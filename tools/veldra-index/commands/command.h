@@ -70,8 +70,11 @@ struct Command {
   std::string summary;  // a line of the help
   std::string details;  // a paragraph of the man page, plain text
   std::vector<Example> examples;
-  std::vector<Argument> arguments;  // its own: `DIR` and the options of all commands are not here
+  std::vector<Argument> arguments;  // its own: the repository and the options of all are not here
   std::string exit_status;          // beyond what holds for all; may be empty
+
+  /// True for one that can be asked about a part of the repository.
+  bool asks = false;
 
   /// Prints to standard output and returns the exit status. Throws `Failure`, `Interrupted` and the
   /// layer's errors.

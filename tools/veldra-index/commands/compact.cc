@@ -49,7 +49,7 @@ Compaction compact_visibly(Database& index) {
 }
 
 int compact(const Options& options) {
-  const IndexPlace place = find_index(options.directory, options.db);
+  const IndexPlace place = index_of(options.directory, options.db).place;
   OpenIndex index = OpenIndex::existing(place);
   const Compaction result = compact_visibly(*index);
   if (options.json) {

@@ -1,9 +1,8 @@
 // veldra-index errors: the problems that were met in files.
 #include <iostream>
-#include <memory>
 
 #include "veldra-index/commands/command.h"
-#include "veldra-index/index/open_index.h"
+#include "veldra-index/index/read_index.h"
 #include "veldra-index/terminal/failure.h"
 #include "veldra-index/terminal/json_output.h"
 #include "veldra-index/terminal/style.h"
@@ -12,21 +11,13 @@ namespace veldra::tool {
 
 namespace {
 
-int errors(const Options& options, const std::optional<std::string>& file) {
-  // A directory where the file may be left out is the repository.
-  const bool only_directory = file && std::filesystem::is_directory(*file);
-  const IndexPlace place =
-      find_index(only_directory ? std::filesystem::path(*file) : options.directory, options.db);
-  OpenIndex index = OpenIndex::existing(place);
-  const std::vector<Row> rows = index->fetchall(
+int errors(const Options& options) {
+  const FoundIndex found = index_of(options.directory, options.db);
+  ReadIndex index(found.place);
+  const std::vector<Row> rows = index.fetchall(
       "SELECT file_path, line, error_type, message FROM index_errors"
-      " WHERE ?1 IS NULL OR file_path = ?1 ORDER BY file_path, line, id",
-      {only_directory ? std::nullopt : file});
-  if (rows.empty() && file && !only_directory &&
-      !index->fetchone("SELECT 1 FROM files WHERE path = ?", {*file})) {
-    throw Failure("the index has no file " + *file +
-                  ": give its path from the root of the repository");
-  }
+      " WHERE ?1 = '' OR path_under(file_path, ?1) ORDER BY file_path, line, id",
+      {found.below});
   if (options.json) {
     Json json = Json::array();
     for (const Row& row : rows) {
@@ -51,19 +42,15 @@ int errors(const Options& options, const std::optional<std::string>& file) {
 }  // namespace
 
 Command errors_command(const Options& options) {
-  const auto file = std::make_shared<std::optional<std::string>>();
   return {
       .name = "errors",
       .summary = "List the problems that were met in files",
-      .details = "Of all files, or of one.",
+      .details = "Of all files, or of those of a folder, or of one.",
       .examples = {{"veldra-index errors"}, {"veldra-index errors src/a.cc"}},
-      .arguments = {{.names = "FILE",
-                     .value = "",
-                     .text = "Only this file of the repository",
-                     .target = file.get(),
-                     .completion = Argument::Completion::File}},
+      .arguments = {},
       .exit_status = "",
-      .run = [&options, file] { return errors(options, *file); },
+      .asks = true,
+      .run = [&options] { return errors(options); },
   };
 }
 

@@ -13,7 +13,7 @@ namespace veldra::tool {
 namespace {
 
 int export_index(const Options& options, const std::filesystem::path& file) {
-  OpenIndex index = OpenIndex::existing(find_index(options.directory, options.db));
+  OpenIndex index = OpenIndex::existing(index_of(options.directory, options.db).place);
   const std::int64_t bytes = index->export_to(file);
   if (options.json) {
     print_json({{"file", file.string()}, {"bytes", bytes}});

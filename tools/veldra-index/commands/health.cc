@@ -8,6 +8,7 @@
 #include "veldra-index/commands/command.h"
 #include "veldra-index/commands/sqlite_release.h"
 #include "veldra-index/index/open_index.h"
+#include "veldra-index/terminal/error_text.h"
 #include "veldra-index/terminal/failure.h"
 #include "veldra-index/terminal/json_output.h"
 #include "veldra-index/terminal/number_text.h"
@@ -94,17 +95,23 @@ void print(const Json& json) {
 }
 
 int health(const Options& options) {
-  const IndexPlace place = find_index(options.directory, options.db);
-  OpenIndex index = OpenIndex::existing(place);
+  const IndexPlace place = index_of(options.directory, options.db).place;
   Json json;
-  // All figures of one state, those of `Database` included: a transaction that only reads.
-  index->transaction([&](Cursor&) { json = measure(*index, place); });
+  try {
+    OpenIndex index = OpenIndex::existing(place);
+    // All figures of one state, those of `Database` included: a transaction that only reads.
+    index->transaction([&](Cursor&) { json = measure(*index, place); });
+  } catch (const Error& damage) {
+    if (!tells_of_damage(damage, place)) throw;
+    json = {{"integrity", "damaged"}};
+  }
   if (options.json) {
     print_json(json);
-  } else {
+  } else if (json.size() > 1) {
     print(json);
   }
-  return json["integrity"] == "ok" ? EXIT_DONE : EXIT_FAILED;
+  if (json["integrity"] == "ok") return EXIT_DONE;
+  throw Failure(place.db.string() + " is damaged: " + std::string(DAMAGE_ADVICE));
 }
 
 }  // namespace

@@ -24,7 +24,13 @@ std::optional<OpenIndex> open_old_index(const IndexPlace& place) {
   if (::access(place.db.c_str(), W_OK) != 0) {
     throw Failure(place.db.string() + " cannot be written; name another file with --db FILE");
   }
-  return OpenIndex::existing(place);
+  try {
+    return OpenIndex::existing(place);
+  } catch (const Error& damage) {
+    if (!tells_of_damage(damage, place)) throw;
+    set_aside(place);
+    return std::nullopt;
+  }
 }
 
 void print(const Options& options, const IndexPlace& place, const NewIndex& made, double seconds) {

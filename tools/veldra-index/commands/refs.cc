@@ -2,22 +2,24 @@
 #include <iostream>
 #include <memory>
 
-#include "veldra-index/commands/command.h"
-#include "veldra-index/index/open_index.h"
+#include "veldra-index/commands/answer.h"
 #include "veldra-index/search/importers.h"
 #include "veldra-index/terminal/failure.h"
 #include "veldra-index/terminal/json_output.h"
 #include "veldra-index/terminal/style.h"
+#include "veldra/utils/path_filter.h"
 
 namespace veldra::tool {
 
 namespace {
 
-int refs(const Options& options, const std::string& name) {
-  const IndexPlace place = find_index(options.directory, options.db);
-  OpenIndex index = OpenIndex::existing(place);
-  std::vector<Importer> importers;
-  index->snapshot([&](Snapshot& state) { importers = importers_of(state, name); });
+int refs(const Options& options, const std::string& name, bool update) {
+  AskedIndex asked(options, update);
+  std::vector<Importer> importers = importers_of(asked.index, name);
+  std::erase_if(importers, [&](const Importer& importer) {
+    return (!asked.found.below.empty() && !path_is_under(importer.file, asked.found.below)) ||
+           !asked.freshness.has(importer.file, importer.line);
+  });
   if (options.json) {
     Json json = Json::array();
     for (const Importer& importer : importers) {
@@ -27,7 +29,7 @@ int refs(const Options& options, const std::string& name) {
                       {"external", importer.external}});
     }
     print_json(json);
-    return EXIT_DONE;
+    return end_answer(options, asked, std::ssize(importers), "nobody imports " + name);
   }
   const Style style(options.color);
   for (const Importer& importer : importers) {
@@ -35,22 +37,24 @@ int refs(const Options& options, const std::string& name) {
     std::cout << style.path(one_line(importer.file)) << ':' << style.number(line) << ": imports "
               << one_line(importer.imports) << '\n';
   }
-  if (importers.empty() && !options.quiet) std::cout << "nobody imports " << name << '\n';
-  return EXIT_DONE;
+  return end_answer(options, asked, std::ssize(importers), "nobody imports " + name);
 }
 
 }  // namespace
 
 Command refs_command(const Options& options) {
   const auto name = std::make_shared<std::string>();
+  const auto update = std::make_shared<bool>(false);
   return {
       .name = "refs",
       .summary = "Show who imports a file or module",
       .details = "A file is named by its path or the end of it, a module as an import names it.",
       .examples = {{"veldra-index refs src/database.h"}, {"veldra-index refs vector"}},
-      .arguments = {{"NAME", "", "A file's path or its end, or a module", name.get(), true}},
-      .exit_status = "",
-      .run = [&options, name] { return refs(options, *name); },
+      .arguments = {{"NAME", "", "A file's path or its end, or a module", name.get(), true},
+                    update_argument(update.get())},
+      .exit_status = "1 when nothing was found",
+      .asks = true,
+      .run = [&options, name, update] { return refs(options, *name, *update); },
   };
 }
 

@@ -1,12 +1,14 @@
 // veldra-index search: text in the files.
+#include <unistd.h>
+
 #include <iostream>
 #include <memory>
 
-#include "veldra-index/commands/command.h"
-#include "veldra-index/index/open_index.h"
+#include "veldra-index/commands/answer.h"
 #include "veldra-index/search/text_search.h"
 #include "veldra-index/terminal/failure.h"
 #include "veldra-index/terminal/json_output.h"
+#include "veldra-index/terminal/number_text.h"
 #include "veldra-index/terminal/style.h"
 
 namespace veldra::tool {
@@ -34,6 +36,9 @@ Json as_json(const std::vector<Hit>& hits) {
   return json;
 }
 
+/// Longer lines are cut around what was found.
+constexpr std::size_t MOST_COLUMNS = 500;
+
 /// As grep does it: "file:12:text" for a hit, "file-11-text" for a line around it.
 class HitPrinter {
  public:
@@ -46,6 +51,15 @@ class HitPrinter {
       if (!line.hits.empty()) break;  // comes as a hit of its own
       _print_line(hit.file, line, '-');
     }
+    _has_context = _has_context || !hit.before.empty() || !hit.after.empty();
+  }
+
+  /// "file:12:5:text" for each place, as editors read it.
+  void print_places(const Hit& hit) const {
+    for (const auto& [begin, end] : hit.line.hits) {
+      std::cout << one_line(hit.file) << ':' << hit.line.number << ':' << begin + 1 << ':'
+                << _shown(hit.line) << '\n';
+    }
   }
 
  private:
@@ -54,91 +68,191 @@ class HitPrinter {
     if (same_file && line.number <= _last_line && line.number >= _first_line) return;
     const bool goes_on = same_file && line.number == _last_line + 1;
     if (!goes_on) {
-      if (!_file.empty()) std::cout << _style.faint("--") << '\n';
+      if (!_file.empty() && _has_context) std::cout << _style.faint("--") << '\n';
       _first_line = line.number;
     }
     _file = file;
     _last_line = line.number;
     std::cout << _style.path(one_line(file)) << separator
-              << _style.number(std::to_string(line.number)) << separator
-              << (separator == ':' ? _marked(line) : one_line(line.text)) << '\n';
+              << _style.number(std::to_string(line.number)) << separator << _shown(line) << '\n';
   }
 
-  std::string _marked(const MarkedLine& line) const {
-    std::string text;
-    std::size_t at = 0;
+  /// The line, or what of it is around its first hit.
+  std::string _shown(const MarkedLine& line) const {
+    std::size_t from = 0;
+    std::size_t to = line.text.size();
+    if (to > MOST_COLUMNS) {
+      const std::size_t hit = line.hits.empty() ? 0 : line.hits.front().first;
+      from = _at_character(line.text, hit - std::min(hit, MOST_COLUMNS / 4));
+      to = _at_character(line.text, std::min(to, from + MOST_COLUMNS));
+    }
+    std::string text = from > 0 ? "…" : "";
+    std::size_t at = from;
     for (const auto& [begin, end] : line.hits) {
-      text += one_line(line.text.substr(at, begin - at));
-      text += _style.hit(one_line(line.text.substr(begin, end - begin)));
+      if (end > to || begin < at) continue;
+      text += one_line(std::string_view(line.text).substr(at, begin - at));
+      text += _style.hit(one_line(std::string_view(line.text).substr(begin, end - begin)));
       at = end;
     }
-    return text + one_line(line.text.substr(at));
+    text += one_line(std::string_view(line.text).substr(at, to - at));
+    return to < line.text.size() ? text + "…" : text;
+  }
+
+  /// `at`, or the beginning of the character that it is in the middle of.
+  static std::size_t _at_character(std::string_view text, std::size_t at) {
+    while (at > 0 && at < text.size() && (static_cast<unsigned char>(text[at]) & 0xC0U) == 0x80U)
+      --at;
+    return at;
   }
 
   const Style& _style;
   std::string _file;
   std::int64_t _first_line = 0;  // of the lines that were printed without a gap, to `_last_line`
   std::int64_t _last_line = 0;
+  bool _has_context = false;
 };
 
-int search(const Options& options, const SearchOptions& query) {
-  const IndexPlace place = find_index(options.directory, options.db);
-  OpenIndex index = OpenIndex::existing(place);
-  std::vector<Hit> hits;
-  try {
-    index->snapshot([&](Snapshot& state) { hits = TextSearch(state, query).run(); });
-  } catch (const Error& error) {
-    if (!query.fts) throw;
-    throw Failure(std::string(error.what()) +
-                  "; leave --fts out to search for the text as it stands");
-  }
+/// How a search is answered.
+struct SearchRequest {
+  SearchOptions query;
+  bool fixed = false, regex = false, full_text = false;
+  bool ignore_case = false;
+  bool only_files = false, only_counts = false, places = false;
+  bool update = false;
+  std::int64_t limit = 0;     // 0 for what is usual
+  std::int64_t context = -1;  // less than 0 for what is usual
+};
+
+/// The query as it is meant where `options` and the terminal leave something open.
+SearchOptions query_of(const Options& options, const SearchRequest& request) {
+  using Syntax = SearchOptions::Syntax;
+  if (request.fixed + request.regex + request.full_text > 1)
+    throw Failure("only one of -F, -e and --fts can be given", EXIT_USAGE);
+  if (request.query.text.empty())
+    throw Failure("there is no text to look for; see `veldra-index search --help`", EXIT_USAGE);
+  SearchOptions query = request.query;
+  query.syntax = request.fixed       ? Syntax::Fixed
+                 : request.regex     ? Syntax::Regex
+                 : request.full_text ? Syntax::FullText
+                                     : Syntax::Plain;
+  query.case_counts = query.case_counts && !request.ignore_case;
+  query.counts_files = request.only_files || request.only_counts;
+  query.limit = request.limit > 0 ? request.limit : query.limit;
+  const bool is_read = options.json || ::isatty(STDOUT_FILENO) == 1;
+  query.context = request.places ? 0 : request.context >= 0 ? request.context : is_read ? 1 : 0;
+  query.threads = options.jobs;
+  return query;
+}
+
+void print_files(const Options& options, const Findings& found, bool with_counts) {
   if (options.json) {
-    print_json(as_json(hits));
-    return EXIT_DONE;
+    Json json = Json::array();
+    for (const auto& [file, lines] : found.files)
+      json.push_back({{"file", file}, {"lines", lines}});
+    print_json(json);
+    return;
+  }
+  const Style style(options.color);
+  for (const auto& [file, lines] : found.files) {
+    std::cout << style.path(one_line(file));
+    if (with_counts) std::cout << ':' << lines;
+    std::cout << '\n';
+  }
+}
+
+void print_hits(const Options& options, const Findings& found, bool as_places) {
+  if (options.json) {
+    print_json(as_json(found.hits));
+    return;
   }
   const Style style(options.color);
   HitPrinter printer(style);
-  for (const Hit& hit : hits) printer.print(hit);
-  if (hits.empty() && !options.quiet) std::cout << "nothing found\n";
-  return EXIT_DONE;
+  for (const Hit& hit : found.hits) as_places ? printer.print_places(hit) : printer.print(hit);
+}
+
+int search(const Options& options, const SearchRequest& request) {
+  SearchOptions query = query_of(options, request);
+  AskedIndex asked(options, request.update);
+  query.below = asked.found.below;
+  Findings found;
+  try {
+    found = TextSearch(asked.index, query).run();
+  } catch (const Error& error) {
+    if (query.syntax != SearchOptions::Syntax::FullText) throw;
+    throw Failure(std::string(error.what()) +
+                  "; leave --fts out to search for the text as it stands");
+  }
+  std::erase_if(found.hits,
+                [&](const Hit& hit) { return !asked.freshness.has(hit.file, hit.line.number); });
+  std::erase_if(found.files,
+                [&](const auto& file) { return !asked.freshness.has(file.first, std::nullopt); });
+  if (query.counts_files && request.limit > 0 && std::ssize(found.files) > request.limit)
+    found.files.resize(static_cast<std::size_t>(request.limit));
+  query.counts_files ? print_files(options, found, request.only_counts)
+                     : print_hits(options, found, request.places);
+  if (!query.counts_files && found.lines > query.limit) {
+    say_beside(options, with_commas(query.limit) + " of " +
+                            (found.all_counted ? "" : "more than ") + with_commas(found.lines) +
+                            " lines; -n for more");
+  }
+  return end_answer(options, asked, std::ssize(found.hits) + std::ssize(found.files),
+                    "nothing found");
 }
 
 }  // namespace
 
 Command search_command(const Options& options) {
-  const auto query = std::make_shared<SearchOptions>();
+  const auto request = std::make_shared<SearchRequest>();
+  SearchOptions* const query = &request->query;
   return {
       .name = "search",
       .summary = "Find text in the files",
       .details =
-          "Words separated by blanks must all be there; text in double quotes is a phrase; a word "
-          "and * finds what begins so; text with punctuation, such as foo->bar or C++, is searched "
-          "for as it stands. A word also finds names of which it is a part, after those that are "
-          "the word itself: swap finds swap_index_from and SwapIndexFrom. Put -- before text that "
-          "begins with a dash.",
+          "Words separated by blanks must all be there; a word and * finds what begins so. Whole "
+          "words come first, then names of which a word is a part, then what is inside of words. "
+          "Any other text, such as foo->bar, C++ or return \"no\", is looked for as it stands. "
+          "Where a word is defined comes before where it is used, and what people write before "
+          "what is generated or somebody else's. Lines of files that have changed since are left "
+          "out where they are no longer there. Put -- before text that begins with a dash.",
       .examples = {{"veldra-index search 'open file'", "both words, anywhere in a piece of a file"},
-                   {"veldra-index search '\"open file\"'", "the phrase"},
-                   {"veldra-index search 'swap*' --path 'src/**'",
-                    "words that begin so, in some files"},
+                   {"veldra-index search 'open file' src/net", "only in this folder"},
                    {"veldra-index search 'foo->bar'", "text as it stands"},
+                   {"veldra-index search -F 'open file'", "words as they stand"},
+                   {"veldra-index search -e 'open_\\w+\\(' --lang C", "a regular expression"},
                    {"veldra-index search --fts 'open NEAR file'",
                     "the full-text syntax of SQLite"}},
       .arguments = {{"TEXT", "", "What to look for", &query->text, true},
-                    {"--fts", "", "TEXT is the full-text syntax of SQLite", &query->fts},
-                    {"--path", "PATTERN", "Only files whose path matches, such as 'src/**/*.h'",
+                    {"-F,--fixed", "", "TEXT as it stands, whatever is in it", &request->fixed},
+                    {"-e,--regex", "", "TEXT is a regular expression (RE2)", &request->regex},
+                    {"--fts", "", "TEXT is the full-text syntax of SQLite", &request->full_text},
+                    {"-s,--case-sensitive", "", "Letter case counts", &query->case_counts},
+                    {"-i,--ignore-case", "", "Letter case does not count: the default",
+                     &request->ignore_case},
+                    {"-w,--word", "", "Only whole words", &query->whole_words},
+                    {"--path", "PATTERN",
+                     "Only files whose path matches, such as 'src/**/*.h', or is below",
                      &query->path},
+                    {"--lang", "LANGUAGE", "Only files of this language, as stats names it",
+                     &query->language},
                     {.names = "-n,--limit",
                      .value = "N",
-                     .text = "At most so many lines",
-                     .target = &query->limit,
-                     .range = {{1, MOST_ANSWERS}}},
+                     .text = "At most so many lines, or files with -l and -c",
+                     .target = &request->limit,
+                     .range = {{1, MOST_ANSWERS}},
+                     .standard = "20; with -l and -c all"},
                     {.names = "-C,--context",
                      .value = "N",
                      .text = "Lines to show around each hit",
-                     .target = &query->context,
-                     .range = {{0, MOST_CONTEXT}}}},
-      .exit_status = "",
-      .run = [&options, query] { return search(options, *query); },
+                     .target = &request->context,
+                     .range = {{0, MOST_CONTEXT}},
+                     .standard = "1; 0 in a pipe"},
+                    {"-l,--files", "", "Only the files, not the lines", &request->only_files},
+                    {"-c,--count", "", "Only how many lines of each file", &request->only_counts},
+                    {"--vimgrep", "", "A line per place: file:line:column:text", &request->places},
+                    update_argument(&request->update)},
+      .exit_status = "1 when nothing was found",
+      .asks = true,
+      .run = [&options, request] { return search(options, *request); },
   };
 }
 

@@ -7,7 +7,7 @@
 #include <optional>
 
 #include "veldra-index/commands/command.h"
-#include "veldra-index/index/open_index.h"
+#include "veldra-index/index/read_index.h"
 #include "veldra-index/terminal/failure.h"
 #include "veldra-index/terminal/json_output.h"
 #include "veldra-index/terminal/output.h"
@@ -89,16 +89,13 @@ int sql(const Options& options, const std::string& query) {
     throw Failure("only questions are answered: begin with SELECT, VALUES, WITH or EXPLAIN",
                   EXIT_USAGE);
   }
-  const IndexPlace place = find_index(options.directory, options.db);
-  OpenIndex index = OpenIndex::existing(place);
+  ReadIndex index(index_of(options.directory, options.db).place);
   JsonRows as_json;
   TableRows as_table;
   try {
-    index->snapshot([&](Snapshot& state) {
-      state.fetcheach(query, {}, [&](const Row& row) {
-        options.json ? as_json.add(row) : as_table.add(row);
-        return output_error() == 0;
-      });
+    index.fetcheach(query, {}, [&](const Row& row) {
+      options.json ? as_json.add(row) : as_table.add(row);
+      return output_error() == 0;
     });
   } catch (const Error& error) {
     throw Failure(std::string(error.what()) + "; `veldra-index sql --help` shows an example");

@@ -2,7 +2,7 @@
 #include <iostream>
 
 #include "veldra-index/commands/command.h"
-#include "veldra-index/index/open_index.h"
+#include "veldra-index/index/read_index.h"
 #include "veldra-index/terminal/failure.h"
 #include "veldra-index/terminal/json_output.h"
 #include "veldra-index/terminal/number_text.h"
@@ -11,19 +11,28 @@ namespace veldra::tool {
 
 namespace {
 
+std::vector<std::pair<std::string, std::int64_t>> counts_of(ReadIndex& index) {
+  static constexpr std::pair<const char*, std::string_view> COUNTS[] = {
+      {"files", "files"},
+      {"symbols", "symbols WHERE kind <> 'anchor'"},
+      {"edges", "edges"},
+      {"components", "components"},
+      {"errors", "index_errors"}};
+  std::vector<std::pair<std::string, std::int64_t>> counts;
+  for (const auto& [name, rows] : COUNTS) {
+    const auto row = index.fetchone("SELECT count(*) FROM " + std::string(rows));
+    counts.emplace_back(name, (*row)[0].as_integer());
+  }
+  return counts;
+}
+
 int stats(const Options& options) {
-  const IndexPlace place = find_index(options.directory, options.db);
-  OpenIndex index = OpenIndex::existing(place);
-  Statistics counts;
-  std::optional<Row> indexed;
-  std::vector<Row> languages;
-  // All figures of one state, those of `Database` included: a transaction that only reads.
-  index->transaction([&](Cursor&) {
-    counts = index->get_stats();
-    indexed = index->fetchone("SELECT value FROM schema_info WHERE key = ?", {LAST_INDEX_KEY});
-    languages = index->fetchall(
-        "SELECT language, count(*) FROM files GROUP BY language ORDER BY count(*) DESC, language");
-  });
+  ReadIndex index(index_of(options.directory, options.db).place);
+  const std::vector<std::pair<std::string, std::int64_t>> counts = counts_of(index);
+  const auto indexed =
+      index.fetchone("SELECT value FROM schema_info WHERE key = ?", {LAST_INDEX_KEY});
+  const std::vector<Row> languages = index.fetchall(
+      "SELECT language, count(*) FROM files GROUP BY language ORDER BY count(*) DESC, language");
   if (options.json) {
     Json json;
     for (const auto& [name, count] : counts) json[name] = count;

@@ -2,11 +2,11 @@
 #include <iostream>
 #include <memory>
 
-#include "veldra-index/commands/command.h"
-#include "veldra-index/index/open_index.h"
+#include "veldra-index/commands/answer.h"
 #include "veldra-index/search/symbol_search.h"
 #include "veldra-index/terminal/failure.h"
 #include "veldra-index/terminal/json_output.h"
+#include "veldra-index/terminal/number_text.h"
 #include "veldra-index/terminal/style.h"
 
 namespace veldra::tool {
@@ -28,14 +28,35 @@ Json as_json(const std::vector<FoundSymbol>& found) {
   return json;
 }
 
-int symbols(const Options& options, const SymbolsOptions& query) {
-  const IndexPlace place = find_index(options.directory, options.db);
-  OpenIndex index = OpenIndex::existing(place);
-  std::vector<FoundSymbol> found;
-  index->snapshot([&](Snapshot& state) { found = SymbolSearch(state, query).run(); });
+/// Why there is no answer: perhaps there is no such kind.
+std::string nothing_found(ReadIndex& index, const SymbolsOptions& query) {
+  if (!query.kind) return "no symbol is named " + query.name;
+  std::string kinds;
+  for (const Row& row : index.fetchall("SELECT DISTINCT kind FROM symbols WHERE kind <> 'anchor'"
+                                       " ORDER BY kind")) {
+    if (row[0].as_text() == *query.kind)
+      return "no symbol of the kind " + *query.kind + " is named " + query.name;
+    kinds += (kinds.empty() ? "" : ", ") + std::string(row[0].as_text());
+  }
+  return "no symbol is of the kind " + *query.kind + "; there are " + kinds;
+}
+
+int symbols(const Options& options, const SymbolsOptions& request, bool update) {
+  AskedIndex asked(options, update);
+  SymbolsOptions query = request;
+  query.below = asked.found.below;
+  ++query.limit;  // one more tells that there are more
+  std::vector<FoundSymbol> found = SymbolSearch(asked.index, query).run();
+  if (std::ssize(found) == query.limit) {
+    found.pop_back();
+    say_beside(options, "these are the first " + with_commas(request.limit) + "; -n for more");
+  }
+  std::erase_if(found, [&](const FoundSymbol& symbol) {
+    return !asked.freshness.has(symbol.file, symbol.line);
+  });
   if (options.json) {
     print_json(as_json(found));
-    return EXIT_DONE;
+    return end_answer(options, asked, std::ssize(found), nothing_found(asked.index, query));
   }
   const Style style(options.color);
   for (const FoundSymbol& symbol : found) {
@@ -43,14 +64,15 @@ int symbols(const Options& options, const SymbolsOptions& query) {
               << style.number(std::to_string(symbol.line.value_or(1))) << ": " << symbol.kind << ' '
               << style.hit(one_line(symbol.fqn)) << '\n';
   }
-  if (found.empty() && !options.quiet) std::cout << "no symbol is named " << query.name << '\n';
-  return EXIT_DONE;
+  return end_answer(options, asked, std::ssize(found),
+                    found.empty() ? nothing_found(asked.index, query) : "");
 }
 
 }  // namespace
 
 Command symbols_command(const Options& options) {
   const auto query = std::make_shared<SymbolsOptions>();
+  const auto update = std::make_shared<bool>(false);
   return {
       .name = "symbols",
       .summary = "Find definitions by name",
@@ -63,14 +85,17 @@ Command symbols_command(const Options& options) {
       .arguments = {{"NAME", "", "A name, or a pattern with * and ?", &query->name, true},
                     {"--kind", "KIND", "Only this kind: function, class, macro and so on",
                      &query->kind},
-                    {"--path", "PATTERN", "Only files whose path matches", &query->path},
+                    {"--path", "PATTERN", "Only files whose path matches, or is below",
+                     &query->path},
                     {.names = "-n,--limit",
                      .value = "N",
                      .text = "At most so many",
                      .target = &query->limit,
-                     .range = {{1, MOST_ANSWERS}}}},
-      .exit_status = "",
-      .run = [&options, query] { return symbols(options, *query); },
+                     .range = {{1, MOST_ANSWERS}}},
+                    update_argument(update.get())},
+      .exit_status = "1 when nothing was found",
+      .asks = true,
+      .run = [&options, query, update] { return symbols(options, *query, *update); },
   };
 }
 

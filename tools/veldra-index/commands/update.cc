@@ -1,7 +1,8 @@
 // veldra-index update: brings the index to the state of the tree.
+#include "veldra-index/commands/update.h"
+
 #include <iostream>
 
-#include "veldra-index/commands/command.h"
 #include "veldra-index/index/build_lock.h"
 #include "veldra-index/index/make_index.h"
 #include "veldra-index/index/update_plan.h"
@@ -39,8 +40,14 @@ void print(const Options& options, const PassResult& result, const Compaction& c
   }
 }
 
-int update(const Options& options) {
-  const IndexPlace place = find_index(options.directory, options.db);
+/// What an update has done.
+struct Updated {
+  PassResult result;
+  Compaction compaction;
+  std::size_t files;
+};
+
+Updated update(const Options& options, const IndexPlace& place) {
   std::optional<OpenIndex> index = OpenIndex::existing(place);
   const BuildLock lock(place);
   const RemoveOnExit remove_on_exit(place.passing_files());
@@ -60,11 +67,14 @@ int update(const Options& options) {
     });
   }
   record_pass(**index);
-  print(options, result, (*index)->compact(), tree.files.size());
-  return EXIT_DONE;
+  return {result, (*index)->compact(), tree.files.size()};
 }
 
 }  // namespace
+
+void bring_up_to_date(const Options& options, const IndexPlace& place) {
+  update(options, place);
+}
 
 Command update_command(const Options& options) {
   return {
@@ -73,12 +83,17 @@ Command update_command(const Options& options) {
       .details =
           "Indexes only files that are new or have changed, and those whose parser is another than "
           "before; takes files that are gone out of the index. Where so much has changed that it "
-          "is "
-          "faster, the index is made anew as by rebuild.",
+          "is faster, the index is made anew as by rebuild.",
       .examples = {{"veldra-index update"}, {"veldra-index update ~/src/project --json"}},
       .arguments = {},
       .exit_status = "",
-      .run = [&options] { return update(options); },
+      .run =
+          [&options] {
+            const IndexPlace place = index_of(options.directory, options.db).place;
+            const Updated done = update(options, place);
+            print(options, done.result, done.compaction, done.files);
+            return EXIT_DONE;
+          },
   };
 }
 

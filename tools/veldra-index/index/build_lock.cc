@@ -39,8 +39,7 @@ bool is_same_file(int fd, const fs::path& path) {
 }  // namespace
 
 BuildLock::BuildLock(const IndexPlace& place) : _path(place.lock()) {
-  std::error_code error;
-  fs::create_directories(_path.parent_path(), error);
+  make_folder(place);
   do {  // again when its last holder removed it between the opening and the lock
     _file = FileDescriptor(::open(_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
     if (_file.get() < 0) {

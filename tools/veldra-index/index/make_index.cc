@@ -39,8 +39,15 @@ RowCounts put_in_place(std::optional<OpenIndex>& index, StagingFile& staging,
   if (!index) index = OpenIndex::existing_or_new(place);
   // The stamp first: it marks files of the old index at most. After the swap it would mark new
   // ones.
-  (*index)->refresh_extractor_stamp(versions);
-  return (*index)->swap_index_from(place.staging(), StagingTrust::Vouched);
+  try {
+    (*index)->refresh_extractor_stamp(versions);
+    return (*index)->swap_index_from(place.staging(), StagingTrust::Vouched);
+  } catch (const Error& damage) {
+    if (!tells_of_damage(damage, place)) throw;
+    index.reset();
+    set_aside(place);
+    return put_in_place(index, staging, place, versions);
+  }
 }
 
 }  // namespace

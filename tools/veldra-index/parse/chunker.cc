@@ -1,19 +1,7 @@
 // Splitting text into chunks.
 #include "veldra-index/parse/chunker.h"
 
-#include <algorithm>
-
 namespace veldra::tool {
-namespace {
-
-/// Where a text longer than a chunk may be cut: before the last character that does not fit.
-std::size_t cut_position(std::string_view text) {
-  std::size_t position = CHUNK_MAX_BYTES;
-  while ((static_cast<unsigned char>(text[position]) & 0xC0U) == 0x80U) --position;
-  return position;
-}
-
-}  // namespace
 
 std::vector<Chunk> split_into_chunks(std::string_view text, bool exact) {
   std::vector<Chunk> chunks;
@@ -29,17 +17,8 @@ std::vector<Chunk> split_into_chunks(std::string_view text, bool exact) {
   for (std::size_t position = 0; position < text.size(); ++line) {
     const std::size_t newline = text.find('\n', position);
     const std::size_t next = newline == std::string_view::npos ? text.size() : newline + 1;
-    if (line - first_line == CHUNK_LINES || next - begin > CHUNK_MAX_BYTES) close_chunk(position);
-    while (next - begin > CHUNK_MAX_BYTES) {
-      const std::size_t length = cut_position(text.substr(begin));
-      chunks.push_back({text.substr(begin, length), line, line, false});
-      begin += length;
-    }
-    if (begin > position) {  // the rest of a line that was cut
-      if (next > begin) chunks.push_back({text.substr(begin, next - begin), line, line, false});
-      begin = next;
-      first_line = line + 1;
-    }
+    if (line - first_line == CHUNK_LINES || next - begin > CHUNK_TARGET_BYTES)
+      close_chunk(position);
     position = next;
   }
   close_chunk(text.size());

@@ -147,13 +147,16 @@ class TagImport {
     const auto first = std::find_if(candidates.begin(), candidates.end(), is_of_kind);
     if (first == candidates.end()) return candidates.front();
     if (std::find_if(first + 1, candidates.end(), is_of_kind) == candidates.end()) return *first;
-    if (_collisions.insert(_scopes[at].name).second) {
+    const std::size_t guess = behind == candidates.begin() ? *first : *(behind - 1);
+    // Where ctags tells no ends, what a symbol is in began last before it.
+    const bool is_certain = behind != candidates.begin() && _file.symbols[guess].end_line == 0;
+    if (!is_certain && _collisions.insert(_scopes[at].name).second) {
       _problem(FQN_COLLISION_ERROR,
                "several definitions of " + std::string(_scopes[at].name) +
                    "; which of them encloses " + std::string(symbol.name) + " is a guess",
                symbol.start_line);
     }
-    return behind == candidates.begin() ? *first : *(behind - 1);
+    return guess;
   }
 
   void _problem(std::string_view type, std::string message, std::optional<std::int64_t> line) {

@@ -23,7 +23,4 @@ struct MarkedLine {
 /// The lines of a chunk whose hits stand between `HIT_BEGIN` and `HIT_END`, without these.
 std::vector<MarkedLine> lines_of(std::string_view marked_text, std::int64_t first_line);
 
-/// Makes the places where `texts` stand, letter case ignored, the hits.
-void mark_texts(std::vector<MarkedLine>& lines, const std::vector<std::string>& texts);
-
 }  // namespace veldra::tool

@@ -21,7 +21,7 @@ constexpr std::string_view IMPORTS =
     " WHERE module = ?1 OR substr(module, -length(?1) - 1) = '/' || ?1"
     " ORDER BY imports, file, line";
 
-std::optional<std::string> file_of_module(Snapshot& index, const std::string& name) {
+std::optional<std::string> file_of_module(ReadIndex& index, const std::string& name) {
   const std::vector<Row> rows = index.fetchall("SELECT path FROM files ORDER BY path");
   std::vector<std::string_view> paths;
   for (const Row& row : rows) paths.push_back(row[0].as_text());
@@ -37,7 +37,7 @@ std::optional<std::string> file_of_module(Snapshot& index, const std::string& na
 
 }  // namespace
 
-std::vector<Importer> importers_of(Snapshot& index, const std::string& name) {
+std::vector<Importer> importers_of(ReadIndex& index, const std::string& name) {
   std::vector<Importer> importers;
   for (const Row& row : index.fetchall(IMPORTS, {name, file_of_module(index, name)})) {
     const auto line = row[1].is_null() ? std::nullopt : std::optional(row[1].as_integer());

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "veldra/storage/snapshot.h"
+#include "veldra-index/index/read_index.h"
 
 namespace veldra::tool {
 
@@ -18,6 +18,6 @@ struct Importer {
 };
 
 /// Who imports `name`: a file's path, the end of one, or a module as an import would name it.
-std::vector<Importer> importers_of(Snapshot& index, const std::string& name);
+std::vector<Importer> importers_of(ReadIndex& index, const std::string& name);
 
 }  // namespace veldra::tool

@@ -7,7 +7,7 @@
 
 namespace veldra::tool {
 
-std::vector<std::string> names_with_part(Snapshot& index, std::string_view word,
+std::vector<std::string> names_with_part(ReadIndex& index, std::string_view word,
                                          std::size_t limit) {
   std::vector<std::string> names;
   if (limit == 0 || word.empty()) return names;

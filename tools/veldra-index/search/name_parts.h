@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "veldra/storage/snapshot.h"
+#include "veldra-index/index/read_index.h"
 
 namespace veldra::tool {
 
@@ -13,6 +13,7 @@ namespace veldra::tool {
 ///
 /// One pass over the index on the names: full-text search takes an identifier with underscores or
 /// capitals as one word and knows only where it begins.
-std::vector<std::string> names_with_part(Snapshot& index, std::string_view word, std::size_t limit);
+std::vector<std::string> names_with_part(ReadIndex& index, std::string_view word,
+                                         std::size_t limit);
 
 }  // namespace veldra::tool

@@ -24,38 +24,27 @@ bool is_word(std::string_view term) {
   return !term.empty() && std::all_of(term.begin(), term.end(), is_word_byte);
 }
 
-bool has_word(std::string_view term) {
-  return std::any_of(term.begin(), term.end(), is_word_byte);
+/// Bytes that end a word for full-text search as well, whatever is around them.
+bool is_separator(char byte) {
+  return !is_word_byte(byte);
 }
 
-void add_match(SearchQuery& query, const std::string& term) {
-  query.match += (query.match.empty() ? "" : " AND ") + term;
+/// True where full-text search has a word, too: outside ASCII only it knows which bytes make one.
+bool has_word(std::string_view text) {
+  return std::any_of(text.begin(), text.end(), [](char byte) {
+    return is_word_byte(byte) && static_cast<unsigned char>(byte) < 0x80;
+  });
 }
 
-void add_term(SearchQuery& query, std::string_view term) {
-  if (is_word(term)) {
-    query.words.emplace_back(term);
-    add_match(query, quote_term(term));
-    return;
-  }
-  query.only_words = false;
-  const std::string_view beginning = term.substr(0, term.size() - 1);
-  if (term.ends_with('*') && is_word(beginning)) {
-    add_match(query, quote_term(beginning) + "*");
-    return;
-  }
-  query.literal.emplace_back(term);
-  // The last word may go on: "foo->ba" is in "foo->bar".
-  if (has_word(term)) add_match(query, quote_term(term) + (is_word_byte(term.back()) ? "*" : ""));
+/// Takes the last character away, of however many bytes.
+void drop_last(std::string& text) {
+  while (!text.empty() && (static_cast<unsigned char>(text.back()) & 0xC0U) == 0x80U)
+    text.pop_back();
+  if (!text.empty()) text.pop_back();
 }
 
-void add_phrase(SearchQuery& query, std::string_view phrase) {
-  query.only_words = false;
-  if (has_word(phrase)) {
-    add_match(query, quote_term(phrase));
-  } else if (!phrase.empty()) {
-    query.literal.emplace_back(phrase);
-  }
+void add_match(std::string& all, const std::string& match) {
+  if (!match.empty()) all += (all.empty() ? "" : " AND ") + match;
 }
 
 /// `name` in lower case without underscores; `begins` says where its parts begin, its end included.
@@ -96,28 +85,81 @@ std::string quote_term(std::string_view term) {
 
 SearchQuery parse_search(std::string_view text) {
   SearchQuery query;
-  const bool has_phrases = std::count(text.begin(), text.end(), '"') % 2 == 0;
   for (std::size_t at = 0; at < text.size();) {
     if (is_blank(text[at])) {
       ++at;
-    } else if (has_phrases && text[at] == '"') {
-      const std::size_t end = text.find('"', at + 1);
-      add_phrase(query, text.substr(at + 1, end - at - 1));
-      at = end + 1;
-    } else {
-      std::size_t end = at;
-      while (end < text.size() && !is_blank(text[end]) && !(has_phrases && text[end] == '"')) ++end;
-      add_term(query, text.substr(at, end - at));
-      at = end;
+      continue;
     }
+    std::size_t end = at;
+    while (end < text.size() && !is_blank(text[end])) ++end;
+    std::string_view term = text.substr(at, end - at);
+    const bool begins = term.size() > 1 && term.ends_with('*');
+    if (begins) term.remove_suffix(1);
+    if (!is_word(term)) return {};
+    query.words.push_back({std::string(term), begins});
+    at = end;
   }
   return query;
 }
 
-std::string like_pattern(std::string_view text) {
-  std::string pattern = "%";
-  for (const char byte : text) append_escaped(pattern, byte);
-  return pattern + "%";
+std::string_view inside_quotes(std::string_view text) {
+  if (text.size() < 3 || text.front() != '"' || text.back() != '"') return {};
+  const std::string_view inside = text.substr(1, text.size() - 2);
+  return inside.find('"') == std::string_view::npos ? inside : std::string_view();
+}
+
+std::string match_of(const std::vector<SearchQuery::Word>& words) {
+  std::string match;
+  for (const auto& [text, begins] : words) add_match(match, quote_term(text) + (begins ? "*" : ""));
+  return match;
+}
+
+std::string narrowing_match(std::string_view text) {
+  const auto first = std::find_if(text.begin(), text.end(), is_separator);
+  if (first == text.end()) return {};
+  const std::string_view whole = text.substr(static_cast<std::size_t>(first - text.begin()));
+  if (!has_word(whole)) return {};
+  // The last word may go on: "foo->ba" is in "foo->bar".
+  return quote_term(whole) + (is_word_byte(whole.back()) ? "*" : "");
+}
+
+std::string narrowing_match_of_regex(std::string_view expression) {
+  // Where there is a choice, a group or a set, nothing is certain without reading the whole of it.
+  static constexpr std::string_view UNREAD = "|([{";
+  for (std::size_t at = 0; at < expression.size(); ++at) {
+    if (expression[at] == '\\') {
+      ++at;
+    } else if (UNREAD.find(expression[at]) != std::string_view::npos) {
+      return {};
+    }
+  }
+  std::string match, run;
+  const auto end_run = [&] {
+    add_match(match, narrowing_match(run));
+    run.clear();
+  };
+  for (std::size_t at = 0; at < expression.size(); ++at) {
+    const char byte = expression[at];
+    if (byte == '\\' && at + 1 < expression.size()) {
+      const char escaped = expression[++at];
+      if (!is_word_byte(escaped)) {
+        run += escaped;
+      } else if (std::string_view("bBdDsSwW").find(escaped) != std::string_view::npos) {
+        end_run();
+      } else {
+        return {};
+      }
+    } else if (byte == '*' || byte == '?' || byte == '+') {
+      drop_last(run);
+      end_run();
+    } else if (byte == '.' || byte == '^' || byte == '$') {
+      end_run();
+    } else {
+      run += byte;
+    }
+  }
+  end_run();
+  return match;
 }
 
 std::string part_pattern(std::string_view word) {

@@ -6,26 +6,38 @@
 
 namespace veldra::tool {
 
-/// What the text of a search asks for.
+/// What the text of a search asks for, unless it is said.
 ///
-/// Blanks separate terms, all of which must be there. A term is a word; a word and `*`, for what
-/// begins so; text in double quotes, for its words one after the other; or text with punctuation
-/// (`foo->bar`, `C++`), which must be there as it stands. A quote that is never closed is
-/// punctuation as well. Letter case does not count.
+/// Words with blanks between them must all be there, in any order; a word and `*` is for what
+/// begins so. A text with anything else in it (`foo->bar`, `C++`, `return "no";`) is meant as it
+/// stands, with its blanks.
 struct SearchQuery {
-  std::string match;                 // the full-text expression; empty when there is no word in it
-  std::vector<std::string> literal;  // texts that must be there as they stand
-  std::vector<std::string> words;    // terms that are one whole word
-  bool only_words = true;            // every term is one
+  struct Word {
+    std::string text;
+    bool begins = false;  // `*` stood behind it
+  };
+
+  std::vector<Word> words;  // none for a text as it stands
 };
 
 SearchQuery parse_search(std::string_view text);
 
+/// What is between the quotes of a text that begins and ends with them and has no other; empty for
+/// any other text.
+std::string_view inside_quotes(std::string_view text);
+
+/// The full-text expression for all of `words` in one piece of text.
+std::string match_of(const std::vector<SearchQuery::Word>& words);
+
+/// A full-text expression for all lines that hold `text`, and perhaps more; empty when there is
+/// none: of a word whose beginning may be missing full-text search knows nothing.
+std::string narrowing_match(std::string_view text);
+
+/// The same for a regular expression: made of the texts that are in all that it matches.
+std::string narrowing_match_of_regex(std::string_view expression);
+
 /// A term as a full-text string (https://www.sqlite.org/fts5.html#fts5_strings).
 std::string quote_term(std::string_view term);
-
-/// A pattern for LIKE … ESCAPE '\' that matches texts which hold `text`.
-std::string like_pattern(std::string_view text);
 
 /// A pattern for LIKE … ESCAPE '\' that every name matches of which `has_part(name, word)` holds.
 std::string part_pattern(std::string_view word);

@@ -45,8 +45,13 @@ void SymbolSearch::_add(const std::string& condition, Params parameters, bool ex
     parameters.emplace_back(*_options.kind);
   }
   if (_options.path) {
-    text += " AND path_glob(f.path, ?)";
+    text += " AND (path_glob(f.path, ?) OR path_under(f.path, ?))";
     parameters.emplace_back(*_options.path);
+    parameters.emplace_back(*_options.path);
+  }
+  if (!_options.below.empty()) {
+    text += " AND path_under(f.path, ?)";
+    parameters.emplace_back(_options.below);
   }
   text += " ORDER BY f.path, s.start_line, s.id LIMIT ?";
   parameters.emplace_back(_left());

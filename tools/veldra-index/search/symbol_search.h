@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "veldra/storage/snapshot.h"
+#include "veldra-index/index/read_index.h"
 
 namespace veldra::tool {
 
@@ -13,6 +13,7 @@ struct SymbolsOptions {
   std::string name;  // qualified or not, or a pattern with * and ?
   std::optional<std::string> kind;
   std::optional<std::string> path;  // a pattern
+  std::string below;                // a folder or file; empty for all
   std::int64_t limit = 50;
 };
 
@@ -30,7 +31,8 @@ struct FoundSymbol {
 /// Those of exactly the name come first, then those that have it as a part.
 class SymbolSearch {
  public:
-  SymbolSearch(Snapshot& index, const SymbolsOptions& options) : _index(index), _options(options) {}
+  SymbolSearch(ReadIndex& index, const SymbolsOptions& options)
+      : _index(index), _options(options) {}
 
   std::vector<FoundSymbol> run();
 
@@ -38,7 +40,7 @@ class SymbolSearch {
   std::size_t _left() const { return static_cast<std::size_t>(_options.limit) - _found.size(); }
   void _add(const std::string& condition, Params parameters, bool exact);
 
-  Snapshot& _index;
+  ReadIndex& _index;
   const SymbolsOptions& _options;
   std::vector<FoundSymbol> _found;
 };

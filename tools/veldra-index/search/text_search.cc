@@ -2,152 +2,358 @@
 #include "veldra-index/search/text_search.h"
 
 #include <algorithm>
+#include <array>
+#include <iterator>
 
-#include "veldra-index/search/name_parts.h"
-#include "veldra-index/search/search_query.h"
+#include "veldra-index/tree/path_text.h"
+#include "veldra/storage/core_schema.h"
 
 namespace veldra::tool {
 namespace {
 
-/// How many names a word may stand for.
-constexpr std::size_t MOST_NAMES = 50;
+using Edges = LinePattern::Edges;
+
 /// How many matches are ranked: a word that is everywhere says little, and ranking all of it is
-/// slow.
+/// slow. Those behind come in the order of their files.
 constexpr std::int64_t MOST_RANKED = 8000;
-/// How many chunks are looked through for one in which a hit counts.
-constexpr std::int64_t CHUNKS_PER_HIT = 10;
+/// How many lines are counted beyond those that are shown.
+constexpr std::int64_t MOST_COUNTED = 10'000;
 
-constexpr std::string_view FROM_CHUNKS =
-    " FROM code_chunks JOIN files ON files.id = code_chunks.rowid / 1048576";
-
-/// Words that begin with all of `words`.
-std::string match_of_beginnings(const std::vector<std::string>& words) {
-  std::string match;
-  for (const std::string& word : words)
-    match += (match.empty() ? "" : " AND ") + quote_term(word) + "*";
-  return match;
+bool contains(const auto& words, std::string_view word) {
+  return std::find(std::begin(words), std::end(words), word) != std::end(words);
 }
 
-/// Takes away the hits that have none of `words` as a part.
-void keep_parts(std::vector<MarkedLine>& lines, const std::vector<std::string>& words) {
-  for (MarkedLine& line : lines) {
-    std::erase_if(line.hits, [&](const std::pair<std::size_t, std::size_t>& hit) {
-      const std::string_view name =
-          std::string_view(line.text).substr(hit.first, hit.second - hit.first);
-      return std::none_of(words.begin(), words.end(),
-                          [name](const std::string& word) { return has_part(name, word); });
-    });
+/// The word that the bytes of `range` are a part of.
+std::string_view word_around(std::string_view line, Range range) {
+  while (range.first > 0 && is_word_byte(line[range.first - 1])) --range.first;
+  while (range.second < line.size() && is_word_byte(line[range.second])) ++range.second;
+  return line.substr(range.first, range.second - range.first);
+}
+
+/// True when in a hit of `line` one of `words` is a part of the name, not only inside of it.
+bool has_part_of_name(const MarkedLine& line, const std::vector<SearchQuery::Word>& words) {
+  return std::any_of(line.hits.begin(), line.hits.end(), [&](const Range& hit) {
+    const std::string_view name = word_around(line.text, hit);
+    return std::any_of(words.begin(), words.end(),
+                       [name](const SearchQuery::Word& word) { return has_part(name, word.text); });
+  });
+}
+
+void sort_and_merge(std::vector<Range>& ranges) {
+  std::sort(ranges.begin(), ranges.end());
+  std::vector<Range> merged;
+  for (const Range& range : ranges) {
+    if (!merged.empty() && range.first < merged.back().second) {
+      merged.back().second = std::max(merged.back().second, range.second);
+    } else {
+      merged.push_back(range);
+    }
   }
+  ranges = std::move(merged);
 }
 
 }  // namespace
 
-std::vector<Hit> TextSearch::run() {
-  if (_options.fts) {
-    _add_matches(_options.text, {});
-    return std::move(_hits);
+bool is_secondary(std::string_view path) {
+  static constexpr std::array<std::string_view, 13> FOLDERS = {
+      "vendor", "vendored", "third_party",      "third-party", "thirdparty", "node_modules", "deps",
+      "dist",   "external", "bower_components", "generated",   "gen",        "externals"};
+  static constexpr std::array<std::string_view, 14> ENDINGS = {
+      ".min.js", ".min.css", ".bundle.js", ".map",   "-lock.json", "-lock.yaml",    ".lock",
+      "_pb2.py", ".pb.go",   ".pb.h",      ".pb.cc", ".g.dart",    "_generated.go", ".svg"};
+  for (std::string_view folder = folder_of(path); !folder.empty(); folder = folder_of(folder)) {
+    if (contains(FOLDERS, file_name_of(folder))) return true;
   }
-  const SearchQuery query = parse_search(_options.text);
-  _add_matches(query.match, {query.literal, {}});
-  if (query.only_words) {
-    if (!_full()) _add_matches(_match_of_names(query.words), {});
-    if (!_full()) _add_matches(match_of_beginnings(query.words), {{}, query.words});
-  } else if (query.match.empty() && !query.literal.empty()) {
-    _scan(query.literal);
-  }
-  return std::move(_hits);
+  return std::any_of(ENDINGS.begin(), ENDINGS.end(),
+                     [path](std::string_view ending) { return path.ends_with(ending); });
 }
 
-/// Each word, or a name of which it is a part; empty when there is no such name.
-std::string TextSearch::_match_of_names(const std::vector<std::string>& words) const {
-  std::string match;
-  bool has_names = false;
-  for (const std::string& word : words) {
-    match += (match.empty() ? "(" : " AND (") + quote_term(word);
-    for (const std::string& name : names_with_part(_index, word, MOST_NAMES)) {
-      match += " OR " + quote_term(name);
-      has_names = true;
+TextSearch::TextSearch(ReadIndex& index, const SearchOptions& options)
+    : _index(index), _options(options) {
+  const auto hold = [this](std::string_view condition, Params parameters) {
+    _files_wanted += (_files_wanted.empty() ? "SELECT id FROM files WHERE " : " AND ");
+    _files_wanted += condition;
+    for (Value& parameter : parameters) _files_parameters.push_back(std::move(parameter));
+  };
+  if (options.path)
+    hold("(path_glob(path, ?) OR path_under(path, ?))", {*options.path, *options.path});
+  if (!options.below.empty()) hold("path_under(path, ?)", {options.below});
+  if (options.language) hold("language = ? COLLATE NOCASE", {*options.language});
+}
+
+Findings TextSearch::run() {
+  const Edges edges = _options.whole_words ? Edges::Both : Edges::Anywhere;
+  switch (_options.syntax) {
+    case SearchOptions::Syntax::FullText:
+      _add_ranked(_options.text, "highlight(code_chunks, 0, char(2), char(3))");
+      break;
+    case SearchOptions::Syntax::Regex:
+      _patterns.push_back(LinePattern::regex(_options.text, _options.case_counts, edges));
+      _add_matches_or_scan(narrowing_match_of_regex(_options.text));
+      break;
+    case SearchOptions::Syntax::Fixed:
+      _search_text(_options.text);
+      break;
+    case SearchOptions::Syntax::Plain:
+      _words = parse_search(_options.text).words;
+      if (!_words.empty()) {
+        _search_words();
+      } else {
+        _search_text(_options.text);
+        if (const auto inside = inside_quotes(_options.text); !inside.empty() && !_enough())
+          _search_text(std::string(inside));
+      }
+      break;
+  }
+  _end_step();
+  return std::move(_found);
+}
+
+void TextSearch::_search_words() {
+  for (const auto& [word, begins] : _words) {
+    _patterns.push_back(
+        LinePattern::word(word, _options.case_counts, begins ? Edges::Begin : Edges::Both));
+  }
+  const bool has_beginnings = std::any_of(
+      _words.begin(), _words.end(), [](const SearchQuery::Word& word) { return word.begins; });
+  if (_words.size() == 1 && !has_beginnings) _add_definitions(_words.front().text);
+  _add_matches(match_of(_words));
+  _end_step();
+  if (_words.size() > 1 && !_enough()) _add_files_with_all();
+  if (_enough() || has_beginnings || _options.whole_words) return;
+  _patterns.clear();
+  for (const auto& [word, begins] : _words)
+    _patterns.push_back(LinePattern::text(word, _options.case_counts));
+  _parts_first = true;
+  _scan();
+}
+
+void TextSearch::_search_text(const std::string& text) {
+  const bool is_word = std::all_of(text.begin(), text.end(), is_word_byte);
+  _patterns.clear();
+  _patterns.push_back(LinePattern::text(text, _options.case_counts,
+                                        _options.whole_words ? Edges::Both : Edges::Anywhere));
+  if (is_word) {
+    _add_definitions(text);
+    _add_matches(quote_term(text) + (_options.whole_words ? "" : "*"));
+    _end_step();
+  }
+  if (!_enough()) _add_matches_or_scan(is_word ? "" : narrowing_match(text));
+}
+
+/// The lines on which `name` is defined: functions and types before variables.
+void TextSearch::_add_definitions(const std::string& name) {
+  std::string query =
+      "SELECT file_id, start_line FROM symbols JOIN files ON files.id = file_id"
+      " WHERE name = ? AND kind <> 'anchor'";
+  Params parameters = {name};
+  if (!_files_wanted.empty()) {
+    query += " AND file_id IN (" + _files_wanted + ")";
+    parameters.insert(parameters.end(), _files_parameters.begin(), _files_parameters.end());
+  }
+  query +=
+      " ORDER BY kind IN ('variable', 'member', 'field', 'local', 'label', 'key', 'id'),"
+      " path, start_line LIMIT ?";
+  parameters.emplace_back(_options.limit);
+  for (const Row& row : _index.fetchall(query, parameters)) {
+    if (row[1].is_null()) continue;
+    const std::int64_t first = row[0].as_integer() * CHUNKS_PER_FILE;
+    _only_line = row[1].as_integer();
+    _index.fetcheach(
+        "SELECT rowid, start_line, text FROM code_chunks"
+        " WHERE rowid >= ? AND rowid < ? AND start_line <= ? AND end_line >= ?",
+        {first, first + CHUNKS_PER_FILE, *_only_line, *_only_line},
+        [this](const Row& piece) { return _add_piece(piece); });
+  }
+  _only_line.reset();
+  _end_step();
+}
+
+void TextSearch::_add_matches_or_scan(const std::string& match) {
+  match.empty() ? _scan() : _add_matches(match);
+}
+
+void TextSearch::_add_matches(const std::string& match) {
+  if (const auto last = _add_ranked(match, "text"); last && !_enough()) {
+    _add_pieces("text", "code_chunks MATCH ? AND rowid > ?", {match, *last}, "rowid");
+  }
+}
+
+/// The first pieces that match, best first; gives the last of them where there are more.
+std::optional<std::int64_t> TextSearch::_add_ranked(const std::string& match,
+                                                    const std::string& text) {
+  std::string first = "SELECT rowid AS id FROM code_chunks WHERE code_chunks MATCH ?";
+  Params parameters = {match};
+  _hold(first, parameters);
+  const auto bound = _index.fetchone(
+      "SELECT max(id), count(*) FROM (" + first + " LIMIT " + std::to_string(MOST_RANKED) + ")",
+      parameters);
+  if ((*bound)[0].is_null()) return std::nullopt;
+  const std::int64_t last = (*bound)[0].as_integer();
+  _add_pieces(text, "code_chunks MATCH ? AND rowid <= ?", {match, last},
+              _options.counts_files ? "rowid" : "rank");
+  return (*bound)[1].as_integer() < MOST_RANKED ? std::nullopt : std::optional(last);
+}
+
+/// Pieces of files that have all the words, though not in one piece.
+void TextSearch::_add_files_with_all() {
+  std::string any, condition;
+  Params parameters = {""};
+  for (const SearchQuery::Word& word : _words) {
+    const std::string match = match_of({word});
+    any += (any.empty() ? "" : " OR ") + match;
+    condition +=
+        " AND rowid / 1048576 IN"
+        " (SELECT rowid / 1048576 FROM code_chunks WHERE code_chunks MATCH ?)";
+    parameters.emplace_back(match);
+  }
+  parameters.front() = any;
+  _add_pieces("text", "code_chunks MATCH ?" + condition, parameters, "rowid");
+  _end_step();
+}
+
+void TextSearch::_add_pieces(const std::string& text, const std::string& condition,
+                             Params parameters, const std::string& order) {
+  std::string query = "SELECT rowid, start_line, " + text + " FROM code_chunks WHERE " + condition;
+  _hold(query, parameters);
+  _index.fetcheach(query + " ORDER BY " + order, parameters,
+                   [this](const Row& row) { return _add_piece(row); });
+}
+
+/// Restricts a query on `code_chunks` to the files that are asked for.
+void TextSearch::_hold(std::string& query, Params& parameters) const {
+  if (_files_wanted.empty()) return;
+  query += " AND rowid / 1048576 IN (" + _files_wanted + ")";
+  parameters.insert(parameters.end(), _files_parameters.begin(), _files_parameters.end());
+}
+
+void TextSearch::_scan() {
+  TextScan scan;
+  scan.threads = _options.threads;
+  scan.holds = [this](std::string_view text) {
+    return std::all_of(_patterns.begin(), _patterns.end(),
+                       [text](const LinePattern& pattern) { return pattern.may_be_in(text); });
+  };
+  if (!_files_wanted.empty()) {
+    scan.files.emplace();
+    for (const Row& row : _index.fetchall(_files_wanted + " ORDER BY id", _files_parameters))
+      scan.files->push_back(row[0].as_integer());
+  }
+  scan.run(_index, [this](const Row& piece) { return _add_piece(piece); });
+}
+
+/// `piece` is its row id, first line and text. False when no more are wanted.
+bool TextSearch::_add_piece(const Row& piece) {
+  const std::int64_t id = piece[0].as_integer();
+  const File* const file = _file_of(id / CHUNKS_PER_FILE);
+  if (file == nullptr) return true;
+  std::vector<MarkedLine> lines = lines_of(piece[2].as_text(), piece[1].as_integer());
+  if (!_patterns.empty()) _mark(lines);
+  auto& seen = _seen[id / CHUNKS_PER_FILE];
+  for (std::size_t at = 0; at < lines.size(); ++at) {
+    const MarkedLine& line = lines[at];
+    if (line.hits.empty() || (_only_line && line.number != *_only_line) ||
+        !seen.insert(line.number).second) {
+      continue;
     }
-    match += ')';
+    ++_found.lines;
+    if (_options.counts_files) {
+      _count_line(id / CHUNKS_PER_FILE, file->path);
+    } else {
+      _keep(file->secondary                                   ? _last
+            : _parts_first && !has_part_of_name(line, _words) ? _later
+                                                              : _found.hits,
+            {file->path, line, {}, {}}, id, lines, at);
+    }
   }
-  return has_names ? match : std::string();
+  if (_options.counts_files || std::ssize(_found.hits) < _options.limit ||
+      _found.lines <= _options.limit + MOST_COUNTED) {
+    return true;
+  }
+  _found.all_counted = false;
+  return false;
 }
 
-void TextSearch::_add_matches(const std::string& match, const Wanted& wanted) {
-  if (match.empty()) return;
-  Conditions conditions{"code_chunks MATCH ?", {match}};
-  _hold(conditions, wanted.literal);
-  if (!wanted.literal.empty()) {
-    _add("text", std::move(conditions), "code_chunks.rowid", wanted);
-    return;
-  }
-  const std::string first = "SELECT code_chunks.rowid AS id" + std::string(FROM_CHUNKS) +
-                            " WHERE " + conditions.text + " LIMIT " + std::to_string(MOST_RANKED);
-  conditions.text += " AND code_chunks.rowid <= (SELECT max(id) FROM (" + first + "))";
-  const Params once = conditions.parameters;
-  conditions.parameters.insert(conditions.parameters.end(), once.begin(), once.end());
-  _add("highlight(code_chunks, 0, char(2), char(3))", std::move(conditions), "rank", wanted);
+void TextSearch::_count_line(std::int64_t file, const std::string& path) {
+  const auto [counted, is_new] = _counted.try_emplace(file, _found.files.size());
+  if (is_new) _found.files.emplace_back(path, 0);
+  ++_found.files[counted->second].second;
 }
 
-/// Text without a word in it: every chunk is looked through, until there are enough.
-void TextSearch::_scan(const std::vector<std::string>& literal) {
-  Conditions conditions{"TRUE", {}};
-  _hold(conditions, literal);
-  _add("text", std::move(conditions), "code_chunks.rowid", {literal, {}});
+/// Puts a hit, with the lines around it, where there still is room.
+void TextSearch::_keep(std::vector<Hit>& hits, Hit hit, std::int64_t piece,
+                       const std::vector<MarkedLine>& lines, std::size_t at) const {
+  if (std::ssize(hits) >= _options.limit) return;
+  const auto wanted = static_cast<std::size_t>(_options.context);
+  const std::size_t first = at - std::min(wanted, at);
+  const std::size_t end = std::min(at + 1 + wanted, lines.size());
+  using Offset = std::ptrdiff_t;
+  hit.before.assign(lines.begin() + static_cast<Offset>(first),
+                    lines.begin() + static_cast<Offset>(at));
+  hit.after.assign(lines.begin() + static_cast<Offset>(at) + 1,
+                   lines.begin() + static_cast<Offset>(end));
+  _add_neighbours(hit, piece);
+  hits.push_back(std::move(hit));
 }
 
-void TextSearch::_hold(Conditions& conditions, const std::vector<std::string>& literal) const {
-  for (const std::string& text : literal) {
-    conditions.text += " AND text LIKE ? ESCAPE '\\'";
-    conditions.parameters.emplace_back(like_pattern(text));
+/// Lines around a hit may lie in the file's pieces before and behind.
+void TextSearch::_add_neighbours(Hit& hit, std::int64_t piece) const {
+  const auto lines_of_piece = [this](std::int64_t id) {
+    const auto row =
+        _index.fetchone("SELECT text, start_line FROM code_chunks WHERE rowid = ?", {id});
+    return row ? lines_of((*row)[0].as_text(), (*row)[1].as_integer()) : std::vector<MarkedLine>();
+  };
+  const std::int64_t first = piece - piece % CHUNKS_PER_FILE;
+  for (std::int64_t id = piece - 1; id >= first && std::ssize(hit.before) < _options.context;
+       --id) {
+    const std::vector<MarkedLine> lines = lines_of_piece(id);
+    const auto missing = static_cast<std::ptrdiff_t>(_options.context) - std::ssize(hit.before);
+    hit.before.insert(hit.before.begin(), lines.end() - std::min(missing, std::ssize(lines)),
+                      lines.end());
   }
-  if (_options.path) {
-    conditions.text += " AND path_glob(files.path, ?)";
-    conditions.parameters.emplace_back(*_options.path);
-  }
-}
-
-void TextSearch::_add(const std::string& text, Conditions conditions, const std::string& order,
-                      const Wanted& wanted) {
-  const std::string query = "SELECT code_chunks.rowid, files.path, start_line, " + text +
-                            std::string(FROM_CHUNKS) + " WHERE " + conditions.text + " ORDER BY " +
-                            order + " LIMIT ?";
-  // Lines that were found before may come again.
-  const auto chunks = _options.limit + static_cast<std::int64_t>(_seen.size());
-  conditions.parameters.emplace_back(wanted.parts.empty() ? chunks : chunks * CHUNKS_PER_HIT);
-  for (const Row& row : _index.fetchall(query, conditions.parameters)) {
-    if (_full()) return;
-    _add_chunk(row, wanted);
-  }
-}
-
-void TextSearch::_add_chunk(const Row& row, const Wanted& wanted) {
-  const std::string file(row[1].as_text());
-  std::vector<MarkedLine> lines = lines_of(row[3].as_text(), row[2].as_integer());
-  if (!wanted.parts.empty()) keep_parts(lines, wanted.parts);
-  if (!wanted.literal.empty()) mark_texts(lines, wanted.literal);
-  if (_options.context > 0) _add_neighbours(row[0].as_integer(), lines);
-  const auto context = static_cast<std::ptrdiff_t>(_options.context);
-  for (auto line = lines.begin(); line != lines.end() && !_full(); ++line) {
-    if (line->hits.empty() || !_seen.emplace(file, line->number).second) continue;
-    const auto first = line - std::min(context, line - lines.begin());
-    const auto last = line + 1 + std::min(context, lines.end() - line - 1);
-    _hits.push_back({file, *line, {first, line}, {line + 1, last}});
+  for (std::int64_t id = piece + 1; std::ssize(hit.after) < _options.context; ++id) {
+    const std::vector<MarkedLine> lines = lines_of_piece(id);
+    if (lines.empty()) break;  // the file ends
+    const auto missing = static_cast<std::ptrdiff_t>(_options.context) - std::ssize(hit.after);
+    hit.after.insert(hit.after.end(), lines.begin(),
+                     lines.begin() + std::min(missing, std::ssize(lines)));
   }
 }
 
-/// Lines around a hit may lie in the file's chunk before or behind.
-void TextSearch::_add_neighbours(std::int64_t chunk, std::vector<MarkedLine>& lines) const {
-  static constexpr std::string_view QUERY =
-      "SELECT text, start_line FROM code_chunks WHERE rowid = ?";
-  const auto context = static_cast<std::ptrdiff_t>(_options.context);
-  if (const auto row = _index.fetchone(QUERY, {chunk - 1})) {
-    const auto before = lines_of((*row)[0].as_text(), (*row)[1].as_integer());
-    lines.insert(lines.begin(), before.end() - std::min(context, std::ssize(before)), before.end());
+/// Each pattern's hits; where a line has those of several, only the lines that have the most.
+void TextSearch::_mark(std::vector<MarkedLine>& lines) const {
+  std::vector<std::size_t> kinds(lines.size());
+  for (std::size_t at = 0; at < lines.size(); ++at) {
+    for (const LinePattern& pattern : _patterns) {
+      const std::vector<Range> hits = pattern.hits(lines[at].text);
+      kinds[at] += hits.empty() ? 0 : 1;
+      lines[at].hits.insert(lines[at].hits.end(), hits.begin(), hits.end());
+    }
+    if (_patterns.size() > 1) sort_and_merge(lines[at].hits);
   }
-  if (const auto row = _index.fetchone(QUERY, {chunk + 1})) {
-    const auto after = lines_of((*row)[0].as_text(), (*row)[1].as_integer());
-    lines.insert(lines.end(), after.begin(), after.begin() + std::min(context, std::ssize(after)));
+  const std::size_t most = kinds.empty() ? 0 : *std::max_element(kinds.begin(), kinds.end());
+  if (most < _patterns.size()) return;
+  for (std::size_t at = 0; at < lines.size(); ++at) {
+    if (kinds[at] < most) lines[at].hits.clear();
+  }
+}
+
+const TextSearch::File* TextSearch::_file_of(std::int64_t id) {
+  const auto known = _files.find(id);
+  if (known != _files.end()) return &known->second;
+  const auto row = _index.fetchone("SELECT path FROM files WHERE id = ?", {id});
+  if (!row) return nullptr;
+  std::string path((*row)[0].as_text());
+  const bool secondary = is_secondary(path);
+  return &_files.emplace(id, File{std::move(path), secondary}).first->second;
+}
+
+void TextSearch::_end_step() {
+  for (std::vector<Hit>* const hits : {&_later, &_last}) {
+    for (Hit& hit : *hits) {
+      if (std::ssize(_found.hits) < _options.limit) _found.hits.push_back(std::move(hit));
+    }
+    hits->clear();
   }
 }
 

@@ -34,7 +34,7 @@ std::string advice(int code) {
     case IOERR:
       return "; look at the disk, the index is as before";
     case CORRUPT:
-      return "; remove the file and run `veldra-index rebuild`";
+      return "; " + std::string(DAMAGE_ADVICE);
     case FULL:
       return "; free some space on its volume, the index is as before";
     case NOTADB:

@@ -7,6 +7,7 @@ namespace veldra::tool {
 
 /// The tool's exit statuses; an interrupted one is 128 plus the signal's number.
 inline constexpr int EXIT_DONE = 0;
+inline constexpr int EXIT_NOTHING = 1;  // was found, as grep has it
 inline constexpr int EXIT_FAILED = 1;
 inline constexpr int EXIT_USAGE = 2;
 

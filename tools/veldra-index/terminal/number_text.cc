@@ -26,4 +26,8 @@ std::string as_size(std::int64_t bytes) {
   return text.data();
 }
 
+std::string counted(std::int64_t number, const std::string& one, const std::string& several) {
+  return with_commas(number) + ' ' + (number == 1 ? one : several);
+}
+
 }  // namespace veldra::tool

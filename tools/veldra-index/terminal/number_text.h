@@ -9,4 +9,7 @@ namespace veldra::tool {
 std::string with_commas(std::int64_t number);
 std::string as_size(std::int64_t bytes);
 
+/// "1 file", "2 files".
+std::string counted(std::int64_t number, const std::string& one, const std::string& several);
+
 }  // namespace veldra::tool

@@ -20,7 +20,7 @@ namespace veldra::tool {
 namespace {
 
 constexpr std::int64_t UNSETTLED_NS = 2'000'000'000;
-// Enough to tell most binary files; git looks at as many.
+// A NUL among these makes a file binary, as git has it.
 constexpr std::size_t FIRST_BYTES = 8000;
 
 FileProblem io_problem(int error) {
@@ -106,17 +106,13 @@ SourceText read_source(const std::filesystem::path& root, const SourcePath& sour
     result.problem = io_problem(errno);
     return result;
   }
-  bool binary = has_nul(result.text) && !is_utf16(result.text);
-  if (!binary && size > FIRST_BYTES) {
-    if (!read_up_to(file.get(), size, result.text)) {
-      result.problem = io_problem(errno);
-      return result;
-    }
-    binary = has_nul(result.text) && !is_utf16(result.text);
-  }
-  if (binary) {
+  if (has_nul(result.text) && !is_utf16(result.text)) {
     result.kind = SourceText::Kind::Binary;
     result.text.clear();
+    return result;
+  }
+  if (size > FIRST_BYTES && !read_up_to(file.get(), size, result.text)) {
+    result.problem = io_problem(errno);
     return result;
   }
   const std::int64_t mtime_ns =

@@ -42,8 +42,9 @@ struct SourceText {
 
 /// Reads a file once and says everything there is to know about its bytes.
 ///
-/// Binary is what has a NUL byte and no mark of UTF-16. Text that is neither UTF-8 nor marked as
-/// UTF-16 is read as Latin-1, with a problem "decode_error". Symbolic links are not followed.
+/// Binary is what has a NUL byte among its first 8,000 and no mark of UTF-16. Text that is neither
+/// UTF-8 nor marked as UTF-16 is read as Latin-1, with a problem "decode_error". Symbolic links are
+/// not followed.
 SourceText read_source(const std::filesystem::path& root, const SourcePath& source);
 
 /// `files.hash`: the content's hash (XXH3 of 64 bits, which tells contents apart and resists

@@ -1,0 +1,107 @@
+// Finding text in lines.
+#include "veldra-index/search/line_pattern.h"
+
+#include <re2/re2.h>
+
+#include <algorithm>
+
+#include "veldra-index/search/search_query.h"
+#include "veldra-index/terminal/failure.h"
+
+namespace veldra::tool {
+namespace {
+
+/// The letters that full-text search takes for their first, too.
+constexpr std::string_view ACCENTED[] = {"aàáâãäåāăą",  "cçćĉċč",    "dď",   "eèéêëēĕėęě", "gĝğġģ",
+                                         "hĥ",          "iìíîïĩīĭį", "jĵ",   "kķ",         "lĺļľ",
+                                         "nñńņň",       "oòóôõöōŏő", "rŕŗř", "sśŝşš",      "tţť",
+                                         "uùúûüũūŭůűų", "wŵ",        "yýÿŷ", "zźżž"};
+
+/// In a text of many lines `^` and `$` are the ends of each, and no hit goes over one.
+std::unique_ptr<RE2> compile(std::string_view expression, bool case_counts) {
+  RE2::Options options(RE2::Quiet);
+  options.set_case_sensitive(case_counts);
+  options.set_never_nl(true);
+  options.set_max_mem(64 << 20);
+  auto compiled =
+      std::make_unique<RE2>(re2::StringPiece("(?m)" + std::string(expression)), options);
+  if (!compiled->ok()) {
+    throw Failure("the text cannot be searched for: " + compiled->error() +
+                  (compiled->error_code() == RE2::ErrorBadUTF8 ? " (it is not UTF-8)" : "") +
+                  "; -F searches for it as it stands");
+  }
+  return compiled;
+}
+
+std::string quoted(std::string_view text) {
+  return RE2::QuoteMeta(re2::StringPiece(text.data(), text.size()));
+}
+
+bool is_ascii(std::string_view text) {
+  return std::all_of(text.begin(), text.end(),
+                     [](char byte) { return static_cast<unsigned char>(byte) < 0x80; });
+}
+
+std::string with_accents(std::string_view word) {
+  std::string expression;
+  for (const char byte : word) {
+    const auto* const letters =
+        std::find_if(std::begin(ACCENTED), std::end(ACCENTED),
+                     [byte](std::string_view all) { return all.front() == (byte | 0x20); });
+    if (letters == std::end(ACCENTED)) {
+      expression += byte;  // a digit, an underscore, another letter
+      continue;
+    }
+    expression += '[';
+    expression += byte;
+    expression.append(letters->substr(1)) += ']';
+  }
+  return expression;
+}
+
+}  // namespace
+
+LinePattern::LinePattern(std::unique_ptr<RE2> expression, Edges edges)
+    : _expression(std::move(expression)), _edges(edges) {}
+LinePattern::LinePattern(LinePattern&&) noexcept = default;
+LinePattern& LinePattern::operator=(LinePattern&&) noexcept = default;
+LinePattern::~LinePattern() = default;
+
+LinePattern LinePattern::text(std::string_view text, bool case_counts, Edges edges) {
+  return {compile(quoted(text), case_counts), edges};
+}
+
+LinePattern LinePattern::word(std::string_view word, bool case_counts, Edges edges) {
+  return {compile(is_ascii(word) ? with_accents(word) : quoted(word), case_counts), edges};
+}
+
+LinePattern LinePattern::regex(std::string_view expression, bool case_counts, Edges edges) {
+  return {compile(expression, case_counts), edges};
+}
+
+bool LinePattern::may_be_in(std::string_view text) const {
+  return _expression->Match(re2::StringPiece(text.data(), text.size()), 0, text.size(),
+                            RE2::UNANCHORED, nullptr, 0);
+}
+
+std::vector<Range> LinePattern::hits(std::string_view line) const {
+  std::vector<Range> found;
+  const re2::StringPiece text(line.data(), line.size());
+  re2::StringPiece match;
+  for (std::size_t at = 0; at <= line.size() &&
+                           _expression->Match(text, at, line.size(), RE2::UNANCHORED, &match, 1);) {
+    const auto begin = static_cast<std::size_t>(match.data() - line.data());
+    const std::size_t end = begin + match.size();
+    const bool begins = begin == 0 || !is_word_byte(line[begin - 1]);
+    const bool ends = end == line.size() || !is_word_byte(line[end]);
+    if ((begins || _edges == Edges::Anywhere) && (ends || _edges != Edges::Both)) {
+      found.emplace_back(begin, end);
+      at = std::max(end, begin + 1);
+    } else {
+      at = begin + 1;
+    }
+  }
+  return found;
+}
+
+}  // namespace veldra::tool

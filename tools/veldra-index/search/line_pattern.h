@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace re2 {
+class RE2;
+}
+
+namespace veldra::tool {
+
+/// Bytes of a line, from begin to end.
+using Range = std::pair<std::size_t, std::size_t>;
+
+/// What a line must hold.
+///
+/// Thread safety: const members, from any thread.
+class LinePattern {
+ public:
+  /// Where a hit must begin or end with a word.
+  enum class Edges { Anywhere, Begin, Both };
+
+  /// `text` as it stands.
+  static LinePattern text(std::string_view text, bool case_counts, Edges edges = Edges::Anywhere);
+  /// A word of which an "a" is also an "á"; where it has an accent itself, that counts.
+  static LinePattern word(std::string_view word, bool case_counts, Edges edges);
+  /// A regular expression of RE2 (https://github.com/google/re2/wiki/Syntax). Throws `Failure` when
+  /// it is wrong.
+  static LinePattern regex(std::string_view expression, bool case_counts, Edges edges);
+
+  LinePattern(LinePattern&&) noexcept;
+  LinePattern& operator=(LinePattern&&) noexcept;
+  ~LinePattern();
+
+  /// False only when no line of `text` has a hit.
+  bool may_be_in(std::string_view text) const;
+  /// In order, none overlapping. `line` has no line end.
+  std::vector<Range> hits(std::string_view line) const;
+
+ private:
+  LinePattern(std::unique_ptr<re2::RE2> expression, Edges edges);
+
+  std::unique_ptr<re2::RE2> _expression;
+  Edges _edges;
+};
+
+}  // namespace veldra::tool
