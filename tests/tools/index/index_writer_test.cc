@@ -23,7 +23,7 @@ TEST(IndexWriterTest, ARemovedFileTakesItsErrorsWithIt) {
       " ('a.c', 'parse_error', ''), ('b.c', 'parse_error', '')");
   const std::vector<std::string_view> paths = {"b.c"};
   index.transaction([&](Cursor& cursor) {
-    IndexWriter writer(cursor, paths);
+    IndexWriter writer(cursor, paths, {});
     EXPECT_TRUE(writer.remove("a.c"));
     EXPECT_FALSE(writer.remove("a.c"));
     writer.record_problems("b.c", {{"io_error", "anew", 7}});

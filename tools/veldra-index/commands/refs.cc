@@ -1,4 +1,6 @@
 // veldra-index refs: who imports a file or a module.
+#include <fmt/ranges.h>
+
 #include <iostream>
 #include <memory>
 
@@ -20,6 +22,8 @@ int refs(const Options& options, const std::string& name, bool update) {
     return (!asked.found.below.empty() && !path_is_under(importer.file, asked.found.below)) ||
            !asked.freshness.has(importer.file, importer.line);
   });
+  if (const auto unknown = languages_without_imports(asked.index); !unknown.empty())
+    say_beside(options, fmt::format("what {} files import is not known", fmt::join(unknown, ", ")));
   if (options.json) {
     Json json = Json::array();
     for (const Importer& importer : importers) {

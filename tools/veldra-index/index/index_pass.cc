@@ -17,7 +17,7 @@ PassResult run_pass(Cursor& cursor, const IndexPlace& place, const Tree& tree, c
   for (const SourcePath& file : tree.files) paths.emplace_back(file.path);
 
   PassResult result;
-  IndexWriter writer(cursor, paths);
+  IndexWriter writer(cursor, paths, read_manifests(place.root, paths));
   for (const std::string& path : plan.gone) result.removed += writer.remove(path);
   for (const Tree::Unreadable& folder : tree.unreadable) {
     writer.record_problems(folder.path, {{"io_error", folder.message, std::nullopt}});

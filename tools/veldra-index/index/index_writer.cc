@@ -2,14 +2,14 @@
 #include "veldra-index/index/index_writer.h"
 
 #include <algorithm>
+#include <set>
+#include <utility>
 
 #include "veldra-index/tree/path_text.h"
+#include "veldra/storage/core_schema.h"
 
 namespace veldra::tool {
 namespace {
-
-/// A file's chunks are one range of row ids.
-constexpr std::int64_t CHUNKS_PER_FILE = 1048576;
 
 constexpr std::string_view INSERT_SYMBOL =
     "INSERT INTO symbols (id, file_id, name, fqn, kind, start_line, end_line, parent_id)"
@@ -39,10 +39,12 @@ void RowBuffer::flush(Cursor& cursor) {
   _used = 0;
 }
 
-IndexWriter::IndexWriter(Cursor& cursor, const std::vector<std::string_view>& paths)
+IndexWriter::IndexWriter(Cursor& cursor, const std::vector<std::string_view>& paths,
+                         Manifests manifests)
     : _cursor(cursor),
       _paths(paths),
-      _resolver(paths),
+      _manifests(std::move(manifests)),
+      _resolver(paths, _manifests),
       _symbols(INSERT_SYMBOL),
       _chunks(INSERT_CHUNK),
       _external(INSERT_EXTERNAL),
@@ -168,14 +170,23 @@ void IndexWriter::_write_symbols(const ParsedFile& file, const File& row) {
 
 void IndexWriter::_write_imports(const ParsedFile& file, const File& row) {
   for (const Import& import : file.imports) {
-    if (const auto target = _resolver.resolve(file.path, import.module, import.system)) {
-      _pending.push_back({row.id, row.anchor, _files.find(file.path)->first, *target,
-                          std::string(import.module), import.line, import.system});
+    std::vector<std::size_t> targets = _resolver.resolve(file.path, import);
+    if (targets.empty()) {
+      _add_external(row.id, import);
     } else {
-      _external.add(row.id, import.module, line_or_null(import.line));
+      _pending.push_back(
+          {row.id, row.anchor, _files.find(file.path)->first, std::move(targets), import});
     }
   }
   _external.flush(_cursor);
+}
+
+/// Once for all that a statement takes from a module.
+void IndexWriter::_add_external(std::int64_t file, const Import& import) {
+  std::tuple<std::int64_t, std::string, int> last(file, import.module, import.line);
+  if (_last_external == last) return;
+  _external.add(file, import.module, line_or_null(import.line));
+  _last_external = std::move(last);
 }
 
 void IndexWriter::_write_chunks(const ParsedFile& file, const File& row) {
@@ -189,35 +200,42 @@ void IndexWriter::_write_chunks(const ParsedFile& file, const File& row) {
 
 /// Where an import's file turned out to be no text, the best one of those that are.
 void IndexWriter::_resolve_among_indexed() {
-  const auto is_indexed = [this](std::string_view path) {
-    return _files.contains(std::string(path));
+  const auto is_indexed = [this](std::size_t at) {
+    return _files.contains(std::string(_paths[at]));
   };
-  if (std::ranges::all_of(_pending, [&](const auto& at) { return is_indexed(_paths[at.target]); }))
+  if (std::ranges::all_of(_pending, [&](const PendingImport& import) {
+        return std::ranges::all_of(import.targets, is_indexed);
+      })) {
     return;
+  }
   std::vector<std::string_view> indexed;
   std::vector<std::size_t> positions;
   for (std::size_t at = 0; at < _paths.size(); ++at) {
-    if (!is_indexed(_paths[at])) continue;
+    if (!is_indexed(at)) continue;
     indexed.push_back(_paths[at]);
     positions.push_back(at);
   }
-  const ImportResolver resolver(indexed);
+  const ImportResolver resolver(indexed, _manifests);
   for (PendingImport& import : _pending) {
-    if (is_indexed(_paths[import.target])) continue;
-    const auto target = resolver.resolve(import.path, import.module, import.system);
-    if (target) import.target = positions[*target];
+    if (std::ranges::all_of(import.targets, is_indexed)) continue;
+    import.targets = resolver.resolve(import.path, import.import);
+    for (std::size_t& target : import.targets) target = positions[target];
   }
 }
 
 void IndexWriter::finish() {
   _resolve_among_indexed();
+  std::set<std::tuple<std::int64_t, std::int64_t, int>> added;  // once per line and file
   for (const PendingImport& import : _pending) {
-    const auto target = _files.find(std::string(_paths[import.target]));
-    if (target != _files.end() && _anchor_of(target->second) != 0) {
-      _edges.add(import.anchor, target->second.anchor, line_or_null(import.line));
-    } else {
-      _external.add(import.file, import.module, line_or_null(import.line));
+    bool found = false;
+    for (const std::size_t at : import.targets) {
+      const auto target = _files.find(std::string(_paths[at]));
+      if (target == _files.end() || _anchor_of(target->second) == 0) continue;
+      found = true;
+      if (added.emplace(import.anchor, target->second.anchor, import.import.line).second)
+        _edges.add(import.anchor, target->second.anchor, line_or_null(import.import.line));
     }
+    if (!found) _add_external(import.file, import.import);
   }
   _pending.clear();
   _edges.flush(_cursor);

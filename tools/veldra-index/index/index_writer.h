@@ -6,10 +6,11 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <unordered_map>
 #include <vector>
 
-#include "veldra-index/index/import_resolver.h"
+#include "veldra-index/index/imports/import_resolver.h"
 #include "veldra-index/parse/parsed_file.h"
 #include "veldra/storage/database.h"
 
@@ -52,8 +53,9 @@ class RowBuffer {
 /// Thread safety: one thread. The cursor is the transaction's.
 class IndexWriter {
  public:
-  /// `paths` are all files of the tree, for imports; must outlive the writer.
-  IndexWriter(Cursor& cursor, const std::vector<std::string_view>& paths);
+  /// `paths` are all files of the tree, for imports, and must outlive the writer; `manifests` are
+  /// those among them.
+  IndexWriter(Cursor& cursor, const std::vector<std::string_view>& paths, Manifests manifests);
 
   /// `file` was read as text; a file whose content is as in the index only gets its new stamp.
   void add(const ParsedFile& file);
@@ -75,11 +77,9 @@ class IndexWriter {
   struct PendingImport {
     std::int64_t file;
     std::int64_t anchor;
-    std::string_view path;  // the importing file's, a key of `_files`
-    std::size_t target;     // a position in the list of paths
-    std::string module;
-    int line;
-    bool system;
+    std::string_view path;             // the importing file's, a key of `_files`
+    std::vector<std::size_t> targets;  // positions in the list of paths
+    Import import;
   };
 
   void _load();
@@ -89,15 +89,18 @@ class IndexWriter {
   File _write_file(const ParsedFile& file);
   void _write_symbols(const ParsedFile& file, const File& row);
   void _write_imports(const ParsedFile& file, const File& row);
+  void _add_external(std::int64_t file, const Import& import);
   void _write_chunks(const ParsedFile& file, const File& row);
   void _resolve_among_indexed();
 
   Cursor& _cursor;
   const std::vector<std::string_view>& _paths;
+  const Manifests _manifests;
   const ImportResolver _resolver;
   std::unordered_map<std::string, File> _files;  // what the index has
   std::map<std::string, std::int64_t, std::less<>> _components;
   std::vector<PendingImport> _pending;
+  std::tuple<std::int64_t, std::string, int> _last_external;  // file, module and line
   std::int64_t _next_file = 1;
   std::int64_t _next_symbol = 1;
   std::int64_t _next_component = 1;

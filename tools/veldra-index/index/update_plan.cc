@@ -1,10 +1,12 @@
 // What has changed since the index was made.
 #include "veldra-index/index/update_plan.h"
 
+#include <algorithm>
+#include <cctype>
 #include <set>
 #include <unordered_map>
 
-#include "veldra-index/index/import_resolver.h"
+#include "veldra-index/index/imports/manifests.h"
 #include "veldra-index/tree/path_text.h"
 
 namespace veldra::tool {
@@ -31,29 +33,75 @@ KnownFiles known_files(Database& index) {
   return files;
 }
 
-/// The files whose imports may mean another file than before: those that import a file which the
-/// index loses, or one whose name a new file shares, or something outside that a new file may be.
+using Words = std::set<std::string, std::less<>>;
+
+/// The words of a module or path, which are told apart by whatever is in no name.
+void add_words(std::string_view text, Words& words) {
+  const auto is_in_name = [](char byte) {
+    return static_cast<unsigned char>(byte) >= 0x80 || byte == '_' || byte == '-' ||
+           std::isalnum(static_cast<unsigned char>(byte)) != 0;
+  };
+  for (auto at = text.begin(); at != text.end();) {
+    const auto begin = std::find_if(at, text.end(), is_in_name);
+    at = std::find_if_not(begin, text.end(), is_in_name);
+    if (begin != at) words.emplace(begin, at);
+  }
+}
+
+/// True for the file that stands for its folder where that is imported.
+bool stands_for_folder(std::string_view path) {
+  const std::string_view name = file_name_of(path);
+  return name.starts_with("__init__.") || name.starts_with("index.") || name == "mod.rs" ||
+         name.ends_with(".go");
+}
+
+/// The words of an import that `path` may be meant by.
+void add_names_of(std::string_view path, Words& names) {
+  const std::string_view name = file_name_of(path);
+  add_words(name.substr(0, name.rfind('.')), names);
+  if (stands_for_folder(path)) add_words(file_name_of(folder_of(path)), names);
+}
+
+/// The words of a module; those of one that is only dots are a dot.
+void add_words_of_module(std::string_view module, Words& words) {
+  add_words(module, words);
+  if (words.empty()) words.emplace(".");
+}
+
+/// The files whose imports may mean another file than before: those of which a word is one of the
+/// names of a file that comes or goes. That is more than there are, and no rule of a language is
+/// needed but one: a module may be taken from its folder.
 std::set<std::string> affected_importers(Database& index, const std::vector<std::string>& lost,
                                          const std::vector<std::string_view>& added) {
-  std::set<std::string, std::less<>> names;
-  for (const std::string& path : lost) names.emplace(file_name_of(path));
-  for (const std::string_view path : added) names.emplace(file_name_of(path));
+  Words names;
+  for (const std::string& path : lost) add_names_of(path, names);
+  for (const std::string_view path : added) {
+    add_names_of(path, names);
+    if (!path.ends_with(".py") && !path.ends_with(".rs")) continue;
+    add_words(file_name_of(folder_of(path)), names);
+    names.emplace(".");
+  }
   std::set<std::string> importers;
   if (names.empty()) return importers;
-  for (const Row& row :
-       index.fetchall("SELECT DISTINCT source_file.path, target_file.path FROM edges"
-                      " JOIN symbols source ON source.id = edges.source_id"
-                      " JOIN files source_file ON source_file.id = source.file_id"
-                      " JOIN symbols target ON target.id = edges.target_id"
-                      " JOIN files target_file ON target_file.id = target.file_id"
-                      " WHERE edges.kind = 'import'")) {
-    if (names.contains(file_name_of(row[1].as_text()))) importers.emplace(row[0].as_text());
-  }
-  const ImportResolver resolver(added);
-  for (const Row& row : index.fetchall("SELECT DISTINCT files.path, module FROM external_imports "
-                                       "JOIN files ON files.id = file_id")) {
-    if (resolver.resolve(row[0].as_text(), row[1].as_text())) importers.emplace(row[0].as_text());
-  }
+  const auto add_if_affected = [&](const Row& row, const auto& add) {
+    Words words;
+    add(row[1].as_text(), words);
+    if (std::any_of(words.begin(), words.end(),
+                    [&](const auto& word) { return names.contains(word); }))
+      importers.emplace(row[0].as_text());
+    return true;
+  };
+  index.fetcheach(
+      "SELECT DISTINCT source_file.path, target_file.path FROM edges"
+      " JOIN symbols source ON source.id = edges.source_id"
+      " JOIN files source_file ON source_file.id = source.file_id"
+      " JOIN symbols target ON target.id = edges.target_id"
+      " JOIN files target_file ON target_file.id = target.file_id"
+      " WHERE edges.kind = 'import'",
+      {}, [&](const Row& row) { return add_if_affected(row, add_names_of); });
+  index.fetcheach(
+      "SELECT DISTINCT files.path, module FROM external_imports JOIN files ON files.id = file_id",
+      {}, [&](const Row& row) { return add_if_affected(row, add_words_of_module); });
   return importers;
 }
 
@@ -82,7 +130,7 @@ class Planner {
       _text_bytes += source.size;
       const bool is_touched =
           !stamp.empty() && content_of_stamp(stamp) == content_of_stamp(source.stamp);
-      if (!is_touched) _work_bytes += source.size;
+      if (!is_touched) _change(file.path, source.size);
     }
     _plan.pass.files.push_back({file, std::move(stamp)});
   }
@@ -93,15 +141,20 @@ class Planner {
   }
 
   UpdatePlan finish(Database& index) {
-    if (!_is_rebuild_faster()) _add_importers(index);
-    _plan.rebuild = _is_rebuild_faster();
+    if (!_is_rebuild_due()) _add_importers(index);
+    _plan.rebuild = _is_rebuild_due();
     return std::move(_plan);
   }
 
  private:
   void _lose(const std::string& path, const KnownFile& file) {
     _plan.lost.push_back(path);
-    _work_bytes += file.size;
+    _change(path, file.size);
+  }
+
+  void _change(std::string_view path, std::int64_t size) {
+    _work_bytes += size;
+    _packages_changed = _packages_changed || is_manifest(path);
   }
 
   void _add_importers(Database& index) {
@@ -116,8 +169,10 @@ class Planner {
     }
   }
 
-  bool _is_rebuild_faster() const {
-    return static_cast<double>(_work_bytes) > REBUILD_SHARE * static_cast<double>(_text_bytes);
+  /// What a package is called decides what any of its importers means.
+  bool _is_rebuild_due() const {
+    return _packages_changed ||
+           static_cast<double>(_work_bytes) > REBUILD_SHARE * static_cast<double>(_text_bytes);
   }
 
   const KnownFiles& _known;
@@ -127,6 +182,7 @@ class Planner {
   std::vector<const SourcePath*> _unchanged;
   std::int64_t _work_bytes = 0;
   std::int64_t _text_bytes = 0;
+  bool _packages_changed = false;
 };
 
 }  // namespace

@@ -17,7 +17,7 @@ constexpr std::string_view HOW_TO_INSTALL =
     "install Universal Ctags with JSON output (Debian: apt-get install universal-ctags)";
 
 /// What this tool makes of a tag: raised when that changes, so that every file is parsed again.
-constexpr std::int64_t IMPORTER_VERSION = 1;
+constexpr std::int64_t IMPORTER_VERSION = 2;
 
 std::string run_ctags(const std::string& option) {
   try {
@@ -61,7 +61,8 @@ std::map<std::string, std::int64_t> extractor_versions(const CtagsProgram& progr
   }
   std::map<std::string, std::int64_t> versions;
   for (const std::string& language : program.languages) versions[language] = version;
-  versions[std::string(NO_LANGUAGE)] = static_cast<std::int64_t>(program.languages.size());
+  versions[std::string(NO_LANGUAGE)] =
+      IMPORTER_VERSION * 1000 + static_cast<std::int64_t>(program.languages.size());
   return versions;
 }
 

@@ -11,6 +11,7 @@
 
 #include "veldra-index/parse/batches.h"
 #include "veldra-index/parse/ctags.h"
+#include "veldra-index/parse/import_scan.h"
 #include "veldra-index/parse/ready_files.h"
 #include "veldra-index/parse/tag_import.h"
 #include "veldra-index/process/child_process.h"
@@ -91,6 +92,8 @@ class Worker {
              "ctags ended while it parsed this file", std::nullopt});
       }
       read_tags(file);
+      std::vector<Import> imports;
+      if (scan_imports(file.path, file.source.text, imports)) file.imports = std::move(imports);
       if (!_ready.put(std::move(files[at]))) return false;
     }
     return true;

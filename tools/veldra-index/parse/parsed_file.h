@@ -25,14 +25,15 @@ struct Symbol {
 
 /// A file or module that a file names as imported.
 struct Import {
-  std::string_view module;
+  std::string module;
+  std::string name;  // what is taken from the module, where that may be a module itself
   int line = 0;
-  bool system = false;  // not meant to lie beside the importing file
+  bool system = false;  // <x.h>: not meant to lie beside the importing file
 };
 
 /// Everything that one index pass learns about one file.
 ///
-/// Neither copied nor moved: symbols, imports and chunks are views into its own texts.
+/// Neither copied nor moved: symbols and chunks are views into its own texts.
 struct ParsedFile {
   ParsedFile() = default;
   ParsedFile(const ParsedFile&) = delete;

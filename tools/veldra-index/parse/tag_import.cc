@@ -79,7 +79,7 @@ class TagImport {
       _file.symbols.push_back({tag.name, tag.name, tag.kind, tag.line, tag.end, Symbol::NO_PARENT});
       _scopes.push_back({tag.scope, tag.scope_kind});
     } else if (tag.kind != UNKNOWN_KIND && !tag.name.empty() && is_import(tag.roles)) {
-      _file.imports.push_back({tag.name, tag.line, tag.roles == "system"});
+      _file.imports.push_back({std::string(tag.name), {}, tag.line, tag.roles == "system"});
     }
   }
 

@@ -1,7 +1,10 @@
 // Who imports a file or a module.
 #include "veldra-index/search/importers.h"
 
-#include "veldra-index/index/import_resolver.h"
+#include <nlohmann/json.hpp>
+
+#include "veldra-index/index/imports/import_resolver.h"
+#include "veldra-index/tree/path_text.h"
 
 namespace veldra::tool {
 namespace {
@@ -14,37 +17,61 @@ constexpr std::string_view IMPORTS =
     " JOIN edges ON edges.target_id = target.id AND edges.kind = 'import'"
     " JOIN symbols source ON source.id = edges.source_id"
     " JOIN files importer ON importer.id = source.file_id"
-    " WHERE imported.path IN (?1, ?2) OR substr(imported.path, -length(?1) - 1) = '/' || ?1"
+    " WHERE imported.path IN (SELECT value FROM json_each(?2)) OR substr(imported.path, "
+    "-length(?1) - 1) = '/' || ?1"
     " UNION ALL "
     "SELECT files.path, external_imports.line, module, 1"
     " FROM external_imports JOIN files ON files.id = file_id"
     " WHERE module = ?1 OR substr(module, -length(?1) - 1) = '/' || ?1"
     " ORDER BY imports, file, line";
 
-std::optional<std::string> file_of_module(ReadIndex& index, const std::string& name) {
-  const std::vector<Row> rows = index.fetchall("SELECT path FROM files ORDER BY path");
+std::vector<std::string_view> paths_in(const std::vector<Row>& rows) {
   std::vector<std::string_view> paths;
   for (const Row& row : rows) paths.push_back(row[0].as_text());
-  const ImportResolver resolver(paths);
-  // An import takes the extension of the file that has it; here any will do.
-  static constexpr std::string_view IMPORTERS_OF_MODULES[] = {"",       "x.py", "x.rb",
-                                                              "x.java", "x.pm", "x.jl"};
-  for (const std::string_view importer : IMPORTERS_OF_MODULES) {
-    if (const auto found = resolver.resolve(importer, name)) return std::string(paths[*found]);
+  return paths;
+}
+
+/// The files that a module is, as an import from the root would name it; a JSON array.
+std::string files_of_module(ReadIndex& index, const std::vector<std::string_view>& paths,
+                            const std::string& name) {
+  nlohmann::json files = {name};
+  const ImportResolver resolver(paths, read_manifests(index.place().root, paths));
+  for (const std::string_view importer :
+       {"", "x.py", "x.rb", "x.java", "x.pm", "x.jl", "x.ts", "x.go", "x.rs"}) {
+    for (const std::size_t found : resolver.resolve(importer, {name, {}, 0, false}))
+      files.push_back(paths[found]);
   }
-  return std::nullopt;
+  return files.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
 }  // namespace
 
 std::vector<Importer> importers_of(ReadIndex& index, const std::string& name) {
+  const std::vector<Row> rows = index.fetchall("SELECT path FROM files ORDER BY path");
+  const std::string files = files_of_module(index, paths_in(rows), name);
   std::vector<Importer> importers;
-  for (const Row& row : index.fetchall(IMPORTS, {name, file_of_module(index, name)})) {
-    const auto line = row[1].is_null() ? std::nullopt : std::optional(row[1].as_integer());
-    importers.push_back({std::string(row[0].as_text()), line, std::string(row[2].as_text()),
-                         row[3].as_integer() != 0});
+  for (const Row& row : index.fetchall(IMPORTS, {name, files})) {
+    importers.push_back({std::string(row[0].as_text()),
+                         row[1].is_null() ? std::nullopt : std::optional(row[1].as_integer()),
+                         std::string(row[2].as_text()), row[3].as_integer() != 0});
   }
   return importers;
+}
+
+std::set<std::string_view> languages_without_imports(ReadIndex& index) {
+  static constexpr std::pair<std::string_view, std::string_view> LANGUAGES[] = {
+      {".cs", "C#"},       {".dart", "Dart"}, {".ex", "Elixir"},   {".hs", "Haskell"},
+      {".kt", "Kotlin"},   {".php", "PHP"},   {".scala", "Scala"}, {".svelte", "Svelte"},
+      {".swift", "Swift"}, {".vue", "Vue"},   {".zig", "Zig"}};
+  std::set<std::string_view> unknown;
+  index.fetcheach("SELECT path FROM files", {}, [&](const Row& row) {
+    const std::string_view extension = extension_of(row[0].as_text());
+    for (const auto& [name, language] : LANGUAGES) {
+      if (name == extension) unknown.insert(language);
+    }
+    return true;
+  });
+  return unknown;
 }
 
 }  // namespace veldra::tool

@@ -1,0 +1,119 @@
+// Which files of the repository an import means.
+#include "veldra-index/index/imports/import_resolver.h"
+
+#include <gtest/gtest.h>
+
+#include <tuple>
+
+namespace veldra::tool {
+namespace {
+
+/// The files that `importer` means, with blanks between; `import` is "module", "module name", or
+/// "<x.h>".
+std::string meant(const ImportResolver& resolver, const std::vector<std::string_view>& paths,
+                  std::string_view importer, std::string_view import) {
+  const bool system = import.starts_with('<');
+  if (system) import = import.substr(1, import.size() - 2);
+  const std::size_t blank = std::min(import.find(' '), import.size());
+  const std::string name(import.substr(std::min(blank + 1, import.size())));
+  std::string found;
+  for (const std::size_t at :
+       resolver.resolve(importer, {std::string(import.substr(0, blank)), name, 1, system}))
+    found += (found.empty() ? "" : " ") + std::string(paths[at]);
+  return found;
+}
+
+TEST(ImportResolverTest, GoesByTheRulesOfTheLanguage) {
+  const std::vector<std::string_view> paths = {"src/a/x.h",
+                                               "src/b/x.h",
+                                               "src/b/deep/x.h",
+                                               "lib/include/y.h",
+                                               "lib/other/z.h",
+                                               "lib/only/w.h",
+                                               "lib/include/stdio.h",
+                                               "pkg/__init__.py",
+                                               "pkg/mod.py",
+                                               "pkg/time.py",
+                                               "pkg/sub/__init__.py",
+                                               "pkg/sub/deep.py",
+                                               "pkg/both.py",
+                                               "pkg/both/__init__.py",
+                                               "src/lay/__init__.py",
+                                               "tools/helper.py",
+                                               "lib/A/B.pm",
+                                               "web/a.ts",
+                                               "web/b/index.js",
+                                               "web/c.d.ts",
+                                               "packages/shared/src/index.ts",
+                                               "packages/shared/src/util.ts",
+                                               "go/util/a.go",
+                                               "go/util/b.go",
+                                               "go/util/a_test.go",
+                                               "crates/core/src/lib.rs",
+                                               "crates/core/src/deep/mod.rs",
+                                               "crates/core/src/deep/er.rs",
+                                               "crates/core/src/flat.rs",
+                                               "j/src/org/x/Outer.java",
+                                               "one/Dup.java",
+                                               "two/Dup.java"};
+  Manifests manifests;
+  manifests.add("packages/shared/package.json", R"({"name": "@vue/shared", "private": true})");
+  manifests.add("packages/bad/package.json", "{");
+  manifests.add("go/go.mod", "// comment\nmodule example.com/fzf // why\n\ngo 1.20\n");
+  manifests.add("crates/core/Cargo.toml", "[lib]\nname = \"no\"\n[package]\nname = \"my-core\"\n");
+  const ImportResolver resolver(paths, manifests);
+  const std::tuple<std::string_view, std::string_view, std::string_view> cases[] = {
+      {"src/b/m.c", "x.h", "src/b/x.h"},              // beside
+      {"src/a/m.c", "../b/x.h", "src/b/x.h"},         // relative
+      {"src/b/m.c", "./none/x.h", ""},                // relative, and nothing else
+      {"src/b/deep/y/m.c", "x.h", "src/b/deep/x.h"},  // shares most folders
+      {"z/m.c", "x.h", ""},                           // three that share none
+      {"src/a/x.h", "x.h", ""},                       // never itself, and two as near
+      {"z/m.c", "b/x.h", "src/b/x.h"},                // the end of one path
+      {"z/m.c", "<src/a/x.h>", "src/a/x.h"},          // from the root
+      {"z/m.c", "<y.h>", "lib/include/y.h"},          // from a folder called include
+      {"z/m.c", "<z.h>", ""},                         // from no other
+      {"z/m.c", "<only/w.h>", "lib/only/w.h"},
+      {"z/m.c", "<stdio.h>", ""},  // the system's, whatever the tree holds
+      {"lib/m.c", "<mod>", ""},    // no extension is added
+      {"z/m.c", "/x.h", ""},
+      {"t.py", "pkg.mod", "pkg/mod.py"},
+      {"t.py", "pkg mod", "pkg/mod.py"},  // from pkg import mod
+      {"t.py", "pkg NAME", "pkg/__init__.py"},
+      {"t.py", "pkg.both", "pkg/both/__init__.py"},  // a package before a module
+      {"t.py", "lay", "src/lay/__init__.py"},
+      {"pkg/sub/deep.py", "time", ""},  // absolute: never beside
+      {"pkg/sub/deep.py", ".", "pkg/sub/__init__.py"},
+      {"pkg/sub/deep.py", "..mod", "pkg/mod.py"},
+      {"pkg/sub/deep.py", ".. time", "pkg/time.py"},
+      {"pkg/sub/deep.py", "....mod", ""},
+      {"tools/run.py", "helper", "tools/helper.py"},  // a script's own folder
+      {"bin/r.pm", "A::B", "lib/A/B.pm"},
+      {"bin/r.pl", "A::B", ""},
+      {"web/m.ts", "./a", "web/a.ts"},
+      {"web/m.ts", "./a.js", "web/a.ts"},  // what it is compiled to
+      {"web/m.tsx", "./b", "web/b/index.js"},
+      {"web/b/m.js", "../c", "web/c.d.ts"},
+      {"web/m.ts", "a", ""},
+      {"web/m.ts", "@vue/shared", "packages/shared/src/index.ts"},
+      {"web/m.ts", "@vue/shared/util", "packages/shared/src/util.ts"},
+      {"web/m.ts", "@vue/other", ""},
+      {"m.go", "example.com/fzf/util", "go/util/a.go go/util/b.go"},
+      {"m.go", "example.com/other/util", ""},
+      {"crates/core/src/flat.rs", "crate::deep::er::Name", "crates/core/src/deep/er.rs"},
+      {"crates/core/src/flat.rs", "crate::Name", "crates/core/src/lib.rs"},
+      {"crates/core/src/deep/er.rs", "super::Name", "crates/core/src/deep/mod.rs"},
+      {"crates/core/src/deep/mod.rs", "self::er mod", "crates/core/src/deep/er.rs"},
+      {"crates/core/src/lib.rs", "self::flat mod", "crates/core/src/flat.rs"},
+      {"crates/app/src/main.rs", "my_core::flat", "crates/core/src/flat.rs"},
+      {"crates/app/src/main.rs", "std::fmt", ""},
+      {"j/M.java", "org.x.Outer", "j/src/org/x/Outer.java"},
+      {"j/M.java", "org.x.Outer.Inner.field", "j/src/org/x/Outer.java"},
+      {"j/M.java", "org.x.*", ""},
+      {"j/M.java", "Dup", ""}};
+  for (const auto& [importer, import, expected] : cases)
+    EXPECT_EQ(meant(resolver, paths, importer, import), expected) << importer << ": " << import;
+}
+
+}  // namespace
+}  // namespace veldra::tool
