@@ -47,7 +47,7 @@ check: deps ## what is to pass before a commit: format, lint, tests with asserti
 	@scripts/quietly.sh "Lint" scripts/check-tidy.sh build/clang src tools
 	@scripts/run-tests.sh clang -LE slow
 
-check-tree: ## the part of it that needs no build: the tool's floors, the version, the scripts
+check-tree: ## the part of it that needs no build: the floors, the version, the scripts
 	@scripts/check-floors.sh
 	@scripts/check-version.sh
 	@shellcheck -x scripts/*.sh bench/*.sh tests/*.sh tests/install/*.sh .ci/run

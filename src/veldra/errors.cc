@@ -5,8 +5,6 @@
 
 #include <utility>
 
-#include "veldra/storage/limits.h"
-
 namespace veldra {
 
 Error::Error(std::string message, int code) : _message(std::move(message)), _code(code) {}

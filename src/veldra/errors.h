@@ -40,6 +40,18 @@ class VELDRA_EXPORT OperationalError : public Error {
   ~OperationalError() override;
 };
 
+/// A limit was reached, or somebody called sqlite3_interrupt: `what()` is "interrupted", `code()`
+/// SQLITE_INTERRUPT.
+///
+/// A statement that writes leaves nothing behind. Inside a transaction SQLite rolls all of that
+/// transaction back (https://www.sqlite.org/c3ref/interrupt.html): until its scope ends every
+/// further statement of the thread throws `OperationalError`, and so does the end of the scope.
+class VELDRA_EXPORT QueryInterrupted : public OperationalError {
+ public:
+  QueryInterrupted();
+  ~QueryInterrupted() override;
+};
+
 /// A constraint of the schema refused the change.
 class VELDRA_EXPORT IntegrityError : public Error {
  public:

@@ -4,8 +4,7 @@
 #include <optional>
 #include <stop_token>
 
-#include "veldra/errors.h"
-#include "veldra/export.h"
+#include "veldra/errors.h"  // QueryInterrupted
 
 namespace veldra {
 
@@ -31,18 +30,6 @@ struct Limits {
   std::optional<std::chrono::milliseconds> timeout;
   /// Looked at about every 10 ms by what waits. May be requested from any thread, at any time.
   std::stop_token stop;
-};
-
-/// A limit was reached, or somebody called sqlite3_interrupt: `what()` is "interrupted", `code()`
-/// SQLITE_INTERRUPT.
-///
-/// A statement that writes leaves nothing behind. Inside a transaction SQLite rolls all of that
-/// transaction back (https://www.sqlite.org/c3ref/interrupt.html): until its scope ends every
-/// further statement of the thread throws `OperationalError`, and so does the end of the scope.
-class VELDRA_EXPORT QueryInterrupted : public OperationalError {
- public:
-  QueryInterrupted();
-  ~QueryInterrupted() override;
 };
 
 }  // namespace veldra

@@ -7,8 +7,8 @@
 #include <system_error>
 
 #include "veldra/errors.h"
+#include "veldra/sqlite/path_functions.h"
 #include "veldra/storage/core_schema.h"
-#include "veldra/utils/path_filter.h"
 
 namespace veldra {
 namespace {

@@ -1,13 +1,9 @@
-// SQL functions on paths: below a directory, and by pattern.
+// Paths below a directory, and by pattern.
 #include "veldra/utils/path_filter.h"
-
-#include <sqlite3.h>
 
 #include <algorithm>
 #include <optional>
 
-#include "veldra/errors.h"
-#include "veldra/sqlite/connection.h"
 #include "veldra/utils/utf8.h"
 
 namespace veldra {
@@ -119,40 +115,7 @@ bool component_matches(std::string_view text, std::string_view pattern) {
   return true;
 }
 
-std::string_view text_of(sqlite3_value* value) {
-  const auto* text = reinterpret_cast<const char*>(sqlite3_value_text(value));
-  return text == nullptr
-             ? std::string_view()
-             : std::string_view(text, static_cast<std::size_t>(sqlite3_value_bytes(value)));
-}
-
-template <bool (*answer)(std::string_view, std::string_view)>
-void path_function(sqlite3_context* context, int /*count*/, sqlite3_value** arguments) {
-  if (sqlite3_value_type(arguments[0]) == SQLITE_NULL ||
-      sqlite3_value_type(arguments[1]) == SQLITE_NULL) {
-    return;  // a function that sets no result returns NULL
-  }
-  sqlite3_result_int(context, answer(text_of(arguments[0]), text_of(arguments[1])) ? 1 : 0);
-}
-
 }  // namespace
-
-void register_path_functions(Connection& connection) {
-  struct Function {
-    const char* name;
-    void (*run)(sqlite3_context*, int, sqlite3_value**);
-  };
-  static constexpr Function functions[] = {{"path_under", &path_function<path_is_under>},
-                                           {"path_glob", &path_function<path_matches>}};
-  static constexpr int harmless = SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_INNOCUOUS;
-  for (const auto& [name, run] : functions) {
-    const int code = sqlite3_create_function_v2(connection.handle(), name, 2, harmless, nullptr,
-                                                run, nullptr, nullptr, nullptr);
-    if (code != SQLITE_OK) {
-      throw_error(code, sqlite3_errmsg(connection.handle()));
-    }
-  }
-}
 
 bool path_is_under(std::string_view path, std::string_view directory) {
   if (is_absolute(path) != is_absolute(directory)) {

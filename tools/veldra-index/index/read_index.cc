@@ -8,7 +8,7 @@
 
 #include "veldra-index/index/open_index.h"
 #include "veldra-index/terminal/failure.h"
-#include "veldra/utils/path_filter.h"
+#include "veldra/sqlite/path_functions.h"
 
 namespace veldra::tool {
 namespace {

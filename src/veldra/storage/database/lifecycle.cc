@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "veldra/sqlite/path_functions.h"
 #include "veldra/sqlite/pragma.h"
 #include "veldra/storage/database.h"
 #include "veldra/storage/database_internal.h"
@@ -11,7 +12,6 @@
 #include "veldra/storage/journal_mode.h"
 #include "veldra/storage/storage_size.h"
 #include "veldra/utils/ascii.h"
-#include "veldra/utils/path_filter.h"
 
 namespace veldra {
 namespace {
