@@ -1,15 +1,12 @@
 #pragma once
 
-#include <cstdint>
 #include <string_view>
 
+#include "veldra/models/chunk.h"
 #include "veldra/sqlite/cursor.h"
 
-/// The tables of the current schema, as docs/file-format.md describes them.
+/// The tables of the current schema, as docs/file-format.md describes them. Internal.
 namespace veldra {
-
-/// A chunk's row id is `file_id * CHUNKS_PER_FILE + ordinal`, so a file's chunks are one range.
-inline constexpr std::int64_t CHUNKS_PER_FILE = 1048576;
 
 /// Creates `code_chunks` empty. An identifier with underscores is one word of its text.
 inline constexpr std::string_view CODE_CHUNKS_DDL =
@@ -19,6 +16,7 @@ inline constexpr std::string_view CODE_CHUNKS_DDL =
 
 /// Creates the trigger that deletes a file's chunks with the file: by their range of row ids, since
 /// a filter on a column would scan the full-text table.
+static_assert(CHUNKS_PER_FILE == 1048576);
 inline constexpr std::string_view CHUNKS_TRIGGER_DDL =
     "CREATE TRIGGER files_delete_chunks AFTER DELETE ON files BEGIN"
     " DELETE FROM code_chunks"

@@ -6,21 +6,22 @@
 #include "veldra-index/terminal/failure.h"
 #include "veldra-index/terminal/json_output.h"
 #include "veldra-index/terminal/number_text.h"
+#include "veldra/models/symbol.h"
 
 namespace veldra::tool {
 
 namespace {
 
 std::vector<std::pair<std::string, std::int64_t>> counts_of(ReadIndex& index) {
-  static constexpr std::pair<const char*, std::string_view> COUNTS[] = {
+  const std::pair<const char*, std::string> counted[] = {
       {"files", "files"},
-      {"symbols", "symbols WHERE kind <> 'anchor'"},
+      {"symbols", "symbols WHERE " + listed_sql()},
       {"edges", "edges"},
       {"components", "components"},
       {"errors", "index_errors"}};
   std::vector<std::pair<std::string, std::int64_t>> counts;
-  for (const auto& [name, rows] : COUNTS) {
-    const auto row = index.fetchone("SELECT count(*) FROM " + std::string(rows));
+  for (const auto& [name, rows] : counted) {
+    const auto row = index.fetchone("SELECT count(*) FROM " + rows);
     counts.emplace_back(name, (*row)[0].as_integer());
   }
   return counts;

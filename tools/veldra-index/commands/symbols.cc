@@ -8,6 +8,7 @@
 #include "veldra-index/terminal/json_output.h"
 #include "veldra-index/terminal/number_text.h"
 #include "veldra-index/terminal/style.h"
+#include "veldra/models/symbol.h"
 
 namespace veldra::tool {
 namespace {
@@ -32,7 +33,7 @@ Json as_json(const std::vector<FoundSymbol>& found) {
 std::string nothing_found(ReadIndex& index, const SymbolsOptions& query) {
   if (!query.kind) return "no symbol is named " + query.name;
   std::string kinds;
-  for (const Row& row : index.fetchall("SELECT DISTINCT kind FROM symbols WHERE kind <> 'anchor'"
+  for (const Row& row : index.fetchall("SELECT DISTINCT kind FROM symbols WHERE " + listed_sql() +
                                        " ORDER BY kind")) {
     if (row[0].as_text() == *query.kind)
       return "no symbol of the kind " + *query.kind + " is named " + query.name;

@@ -4,7 +4,7 @@
 #include <sys/stat.h>
 
 #include "veldra-index/tree/source_file.h"
-#include "veldra/storage/core_schema.h"
+#include "veldra/models/chunk.h"
 
 namespace veldra::tool {
 namespace {

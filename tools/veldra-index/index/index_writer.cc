@@ -6,7 +6,8 @@
 #include <utility>
 
 #include "veldra-index/tree/path_text.h"
-#include "veldra/storage/core_schema.h"
+#include "veldra/models/chunk.h"
+#include "veldra/models/symbol.h"
 
 namespace veldra::tool {
 namespace {
@@ -100,9 +101,8 @@ void IndexWriter::record_problems(std::string_view path, const std::vector<FileP
 /// 0 when the file has none. It is the first of the file's symbols, so the search ends at once.
 std::int64_t IndexWriter::_anchor_of(File& file) {
   if (file.anchor == 0 && _had_files) {
-    _cursor.execute(
-        "SELECT id FROM symbols WHERE file_id = ? AND kind = 'anchor' ORDER BY id LIMIT 1",
-        {file.id});
+    _cursor.execute("SELECT id FROM symbols WHERE file_id = ? AND kind = ? ORDER BY id LIMIT 1",
+                    {file.id, ANCHOR_KIND});
     if (const std::optional<Row> row = _cursor.fetchone()) file.anchor = (*row)[0].as_integer();
   }
   return file.anchor;
@@ -147,7 +147,7 @@ IndexWriter::File IndexWriter::_write_file(const ParsedFile& file) {
   }
   if (_anchor_of(row) == 0) {
     row.anchor = _next_symbol++;
-    _symbols.add(row.anchor, row.id, file_name_of(file.path), file.path, "anchor", 1, file.lines,
+    _symbols.add(row.anchor, row.id, file_name_of(file.path), file.path, ANCHOR_KIND, 1, file.lines,
                  nullptr);
   } else {
     _cursor.execute("UPDATE symbols SET end_line = ? WHERE id = ?", {file.lines, row.anchor});

@@ -5,6 +5,7 @@
 
 #include "veldra-index/index/imports/import_resolver.h"
 #include "veldra-index/tree/path_text.h"
+#include "veldra/models/symbol.h"
 
 namespace veldra::tool {
 namespace {
@@ -13,7 +14,7 @@ namespace {
 constexpr std::string_view IMPORTS =
     "SELECT importer.path AS file, edges.line AS line, imported.path AS imports, 0 AS external"
     " FROM files imported"
-    " JOIN symbols target ON target.file_id = imported.id AND target.kind = 'anchor'"
+    " JOIN symbols target ON target.file_id = imported.id AND target.kind = ?3"
     " JOIN edges ON edges.target_id = target.id AND edges.kind = 'import'"
     " JOIN symbols source ON source.id = edges.source_id"
     " JOIN files importer ON importer.id = source.file_id"
@@ -50,7 +51,7 @@ std::vector<Importer> importers_of(ReadIndex& index, const std::string& name) {
   const std::vector<Row> rows = index.fetchall("SELECT path FROM files ORDER BY path");
   const std::string files = files_of_module(index, paths_in(rows), name);
   std::vector<Importer> importers;
-  for (const Row& row : index.fetchall(IMPORTS, {name, files})) {
+  for (const Row& row : index.fetchall(IMPORTS, {name, files, ANCHOR_KIND})) {
     importers.push_back({std::string(row[0].as_text()),
                          row[1].is_null() ? std::nullopt : std::optional(row[1].as_integer()),
                          std::string(row[2].as_text()), row[3].as_integer() != 0});

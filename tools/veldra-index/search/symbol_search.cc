@@ -2,6 +2,7 @@
 #include "veldra-index/search/symbol_search.h"
 
 #include "veldra-index/search/name_parts.h"
+#include "veldra/models/symbol.h"
 
 namespace veldra::tool {
 
@@ -38,8 +39,8 @@ void SymbolSearch::_add(const std::string& condition, Params parameters, bool ex
   std::string text =
       "SELECT s.name, s.fqn, s.kind, f.path, s.start_line, s.end_line"
       " FROM symbols s JOIN files f ON f.id = s.file_id"
-      " WHERE s.kind <> 'anchor' AND " +
-      condition;
+      " WHERE " +
+      listed_sql() + " AND " + condition;
   if (_options.kind) {
     text += " AND s.kind = ?";
     parameters.emplace_back(*_options.kind);

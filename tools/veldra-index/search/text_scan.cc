@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-#include "veldra/storage/core_schema.h"
+#include "veldra/models/chunk.h"
 
 namespace veldra::tool {
 namespace {

@@ -1,12 +1,15 @@
 // Searching the texts of the files.
 #include "veldra-index/search/text_search.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
 #include <iterator>
 
 #include "veldra-index/tree/path_text.h"
-#include "veldra/storage/core_schema.h"
+#include "veldra/models/chunk.h"
+#include "veldra/models/symbol.h"
 
 namespace veldra::tool {
 namespace {
@@ -145,7 +148,8 @@ void TextSearch::_search_text(const std::string& text) {
 void TextSearch::_add_definitions(const std::string& name) {
   std::string query =
       "SELECT file_id, start_line FROM symbols JOIN files ON files.id = file_id"
-      " WHERE name = ? AND kind <> 'anchor'";
+      " WHERE name = ? AND " +
+      listed_sql();
   Params parameters = {name};
   if (!_files_wanted.empty()) {
     query += " AND file_id IN (" + _files_wanted + ")";
@@ -202,9 +206,8 @@ void TextSearch::_add_files_with_all() {
   for (const SearchQuery::Word& word : _words) {
     const std::string match = match_of({word});
     any += (any.empty() ? "" : " OR ") + match;
-    condition +=
-        " AND rowid / 1048576 IN"
-        " (SELECT rowid / 1048576 FROM code_chunks WHERE code_chunks MATCH ?)";
+    condition += fmt::format(" AND {0} IN (SELECT {0} FROM code_chunks WHERE code_chunks MATCH ?)",
+                             FILE_OF_CHUNK_SQL);
     parameters.emplace_back(match);
   }
   parameters.front() = any;
@@ -223,7 +226,7 @@ void TextSearch::_add_pieces(const std::string& text, const std::string& conditi
 /// Restricts a query on `code_chunks` to the files that are asked for.
 void TextSearch::_hold(std::string& query, Params& parameters) const {
   if (_files_wanted.empty()) return;
-  query += " AND rowid / 1048576 IN (" + _files_wanted + ")";
+  query += fmt::format(" AND {} IN ({})", FILE_OF_CHUNK_SQL, _files_wanted);
   parameters.insert(parameters.end(), _files_parameters.begin(), _files_parameters.end());
 }
 
