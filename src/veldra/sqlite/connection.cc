@@ -95,7 +95,7 @@ Connection::~Connection() {
 
 Cursor Connection::cursor() {
   const auto guard = _state->lock();
-  if (_state->db == nullptr) throw ProgrammingError("Cannot operate on a closed database.");
+  _state->require_open();
   return Cursor(_state);
 }
 
@@ -168,7 +168,7 @@ void Connection::set_busy_timeout(std::chrono::milliseconds timeout) noexcept {
 void Connection::begin() {
   {
     const auto guard = _state->lock();
-    if (_state->db == nullptr) throw ProgrammingError("Cannot operate on a closed database.");
+    _state->require_open();
     _state->rollback = Statement::prepare(_state->db, "ROLLBACK");
   }
   fetchone("BEGIN");

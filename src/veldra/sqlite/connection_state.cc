@@ -66,6 +66,10 @@ void ConnectionState::throw_reentered() {
       "statements runs: let the statement end first");
 }
 
+void ConnectionState::throw_closed() {
+  throw ProgrammingError("Cannot operate on a closed database.");
+}
+
 Statement* ConnectionState::lend(std::string_view sql) {
   if (owes_rollback) settle();
   if (scope == Scope::Lost) {

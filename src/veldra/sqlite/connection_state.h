@@ -105,6 +105,12 @@ struct ConnectionState {
   }
   [[noreturn]] static void throw_reentered();
 
+  /// Throws `ProgrammingError` once the connection is closed.
+  void require_open() const {
+    if (db == nullptr) throw_closed();
+  }
+  [[noreturn]] static void throw_closed();
+
   /// The transaction of a scope. SQLite rolls one back by itself after some errors
   /// (https://www.sqlite.org/lang_transaction.html#response_to_errors_within_a_transaction), and
   /// would run what follows in autocommit: what follows is refused until the scope ends.

@@ -116,7 +116,7 @@ void Cursor::close() noexcept {
 }
 
 void Cursor::_check_open() const {
-  if (_state->db == nullptr) throw ProgrammingError("Cannot operate on a closed database.");
+  _state->require_open();
   if (_closed) throw ProgrammingError("Cannot operate on a closed cursor.");
 }
 
@@ -136,7 +136,7 @@ std::optional<Row> Cursor::_next() {
   if (_next_row < _rows.size()) return std::move(_rows[_next_row++]);
   if (_statement == nullptr) return std::nullopt;
   // `close` was tried, and SQLite refused it after the statement had ended.
-  if (_statement->get() == nullptr) throw ProgrammingError("Cannot operate on a closed database.");
+  if (_statement->get() == nullptr) ConnectionState::throw_closed();
   if (!_on_row && !_state->step(*_statement)) {
     _finish();
     return std::nullopt;

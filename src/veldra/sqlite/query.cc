@@ -1,14 +1,12 @@
 // Running a statement and reading its rows in one go.
 #include "veldra/sqlite/query.h"
 
-#include "veldra/errors.h"
-
 namespace veldra {
 
 Query::Query(ConnectionState& state, std::string_view sql, const Params& params,
              const QueryTerms& terms)
     : _state(state), _guard(state.lock()), _limited(state, terms.deadline) {
-  if (_state.db == nullptr) throw ProgrammingError("Cannot operate on a closed database.");
+  _state.require_open();
   _statement = _state.lend(sql);
   try {
     if (terms.refuses_changes) require_query(_statement);

@@ -102,11 +102,6 @@ std::optional<ExtractorVersions> _parse_extractor_stamp(std::optional<std::strin
 inline constexpr std::array<std::string_view, 6> CLEARING_ORDER = {
     "edges", "external_imports", "symbols", "files", "components", "index_errors"};
 
-/// Writes nothing, but takes the file's write lock under the busy timeout. A deferred transaction
-/// that reads first could not write any more after another process has
-/// (https://www.sqlite.org/rescode.html#busy_snapshot).
-inline constexpr std::string_view TAKE_WRITE_LOCK = "DELETE FROM edges WHERE 0";
-
 /// Empties the tables of `CLEARING_ORDER`, inside the caller's transaction.
 void _delete_index_rows(Cursor& cursor);
 

@@ -25,7 +25,8 @@ std::optional<std::string> stored_text(const ValueView& value);
 ///
 /// As the transaction's first statement it waits out another process's write under the busy
 /// timeout; a transaction that has read already is refused at once instead
-/// (https://www.sqlite.org/lang_transaction.html#read_transactions_versus_write_transactions).
+/// (https://www.sqlite.org/lang_transaction.html#read_transactions_versus_write_transactions), and
+/// can write no more after another process has (https://www.sqlite.org/rescode.html#busy_snapshot).
 void take_write_lock(Cursor& cursor);
 
 /// Runs `body`, which reads first and then perhaps writes, in a transaction: without the write lock

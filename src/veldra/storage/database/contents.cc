@@ -6,6 +6,7 @@
 #include "veldra/storage/database.h"
 #include "veldra/storage/database_internal.h"
 #include "veldra/storage/migrations.h"
+#include "veldra/storage/schema_info.h"
 
 namespace veldra {
 
@@ -16,7 +17,7 @@ void Database::clear_all() {
     const std::shared_ptr<Connection> writer = connection();
     const FastDelete fast_delete(*writer);
     const auto clear = [&](Cursor& cursor) {
-      cursor.execute(TAKE_WRITE_LOCK);
+      take_write_lock(cursor);
       RowCounts removed;
       for (const std::string_view table : CLEARING_ORDER) {
         cursor.execute("SELECT COUNT(*) FROM " + std::string(table));

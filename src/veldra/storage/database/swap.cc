@@ -13,6 +13,7 @@
 #include "veldra/sqlite/pragma.h"
 #include "veldra/storage/database.h"
 #include "veldra/storage/database_internal.h"
+#include "veldra/storage/schema_info.h"
 #include "veldra/storage/staging_file.h"
 
 namespace veldra {
@@ -378,7 +379,7 @@ RowCounts Database::_replace_contents(StagingFile& staging,
   if (_tx_depth == 0 && keys_of_the_index_alone(*writer)) keys_off.emplace(*writer);
   RowCounts counts;
   transaction([&](Cursor& cursor) {
-    cursor.execute(TAKE_WRITE_LOCK);
+    take_write_lock(cursor);
     counts = keys_off ? replace_trees(*writer, cursor, staging, keys_off->usually_on())
                       : replace_rows(cursor);
     _bump_index_generation(&cursor);
