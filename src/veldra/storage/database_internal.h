@@ -14,7 +14,7 @@
 #include "veldra/storage/database.h"
 #include "veldra/storage/reader_pool.h"
 
-/// What the rooms of `Database` share with each other and with nobody else.
+/// What the rooms of `Database` share with each other and with nobody else. Internal.
 namespace veldra {
 
 inline constexpr std::int64_t _MIB = 1048576;

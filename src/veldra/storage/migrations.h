@@ -11,7 +11,7 @@
 #include "veldra/storage/schema_info.h"
 #include "veldra/storage/schema_version.h"
 
-/// The steps that bring a file of an earlier release to `SCHEMA_VERSION`.
+/// The steps that bring a file of an earlier release to `SCHEMA_VERSION`. Internal.
 ///
 /// | version | what the step to it does                                                     |
 /// |---------|------------------------------------------------------------------------------|

@@ -19,6 +19,7 @@
 namespace veldra {
 
 /// A bounded set of read-only connections to one database file, lent to one query at a time.
+/// Internal.
 ///
 ///     const ReaderPool::Lease reader = pool.lease();
 ///     std::optional<Row> row = reader->execute("SELECT path FROM files").fetchone();

@@ -8,7 +8,7 @@
 #include "veldra/sqlite/cursor.h"
 
 /// The table `schema_info`, what the file says about itself, and the write lock that is taken
-/// through it.
+/// through it. Internal.
 namespace veldra {
 
 inline constexpr std::string_view SCHEMA_INFO_DDL =

@@ -10,7 +10,7 @@
 
 namespace veldra {
 
-/// The page size, in bytes, that new files are made with.
+/// The page size, in bytes, that new files are made with. Internal.
 inline constexpr std::int64_t PAGE_SIZE = 8192;
 
 /// What became of a rewrite, for a record that is written once the connection's lock is free.

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-/// One flat JSON object of integers, read and written.
+/// One flat JSON object of integers, read and written. Internal.
 ///
 ///     parse_flat_json(R"({"kotlin": 2, "typescript": 3})")->at("kotlin")  // 2
 ///

@@ -2,9 +2,10 @@
 
 #include <string_view>
 
+/// Paths compared as SQL's `path_under` and `path_glob` compare them. Internal.
 namespace veldra {
 
-/// True when `path` is `directory` or lies below it. Internal.
+/// True when `path` is `directory` or lies below it.
 ///
 /// Both are compared component by component, byte for byte: `src/store` is not under `src/s`.
 /// Doubled and trailing slashes and components `.` count for nothing, so `./src/` is `src`, and

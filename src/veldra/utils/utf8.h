@@ -4,8 +4,10 @@
 
 namespace veldra {
 
-/// One character taken from the front of a text: its code point, or the byte when it is not part of
-/// valid UTF-8 (https://www.rfc-editor.org/rfc/rfc3629#section-4: shortest form, no surrogates).
+/// One character taken from the front of a text. Internal.
+///
+/// Its code point, or the byte when it is not part of valid UTF-8
+/// (https://www.rfc-editor.org/rfc/rfc3629#section-4: shortest form, no surrogates).
 struct Utf8Character {
   char32_t code_point;
   bool valid;
