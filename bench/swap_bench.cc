@@ -119,7 +119,7 @@ class Costs {
 
   void prepare() {
     _end_last_run();
-    _writer.emplace(_index);
+    _writer = std::make_unique<OtherWriter>(_index);
   }
 
   template <typename Work>
@@ -150,7 +150,7 @@ class Costs {
   }
 
   fs::path _index;
-  std::optional<OtherWriter> _writer;
+  std::unique_ptr<OtherWriter> _writer;
   std::vector<double> _processor, _waits;
 };
 
