@@ -1,10 +1,13 @@
 #pragma once
 
+#include "veldra/export.h"
+
 namespace veldra {
 
 class Connection;
 
-/// Registers the layer's SQL functions on paths. Internal.
+/// Registers the layer's SQL functions on paths, which every connection of a `Database` has, on
+/// another one.
 ///
 ///     SELECT path FROM files WHERE path_under(path, 'src/storage')
 ///     SELECT path FROM files WHERE path_glob(path, 'src/**/*_test.cc')
@@ -15,6 +18,6 @@ class Connection;
 /// them (https://www.sqlite.org/c3ref/c_deterministic.html).
 ///
 /// Throws `Error` when SQLite has no memory for them; the connection is usable without them.
-void register_path_functions(Connection& connection);
+VELDRA_EXPORT void register_path_functions(Connection& connection);
 
 }  // namespace veldra

@@ -2,7 +2,11 @@
 
 #include <string_view>
 
-/// Paths compared as SQL's `path_under` and `path_glob` compare them. Internal.
+#include "veldra/export.h"
+
+/// Paths compared as SQL's `path_under` and `path_glob` compare them.
+///
+/// Thread safety: pure functions.
 namespace veldra {
 
 /// True when `path` is `directory` or lies below it.
@@ -11,7 +15,7 @@ namespace veldra {
 /// Doubled and trailing slashes and components `.` count for nothing, so `./src/` is `src`, and
 /// everything relative is under the empty directory; `..` is a component like any other. An
 /// absolute path is never under a relative directory, nor the other way round.
-bool path_is_under(std::string_view path, std::string_view directory);
+VELDRA_EXPORT bool path_is_under(std::string_view path, std::string_view directory);
 
 /// True when the whole of `path` matches `pattern`; components are told apart as in
 /// `path_is_under`.
@@ -26,6 +30,6 @@ bool path_is_under(std::string_view path, std::string_view directory);
 /// Letter case counts. A character is one of UTF-8; a byte that is not part of any is one
 /// character. Takes time in proportion to the product of the two lengths at most, whatever the
 /// pattern.
-bool path_matches(std::string_view path, std::string_view pattern);
+VELDRA_EXPORT bool path_matches(std::string_view path, std::string_view pattern);
 
 }  // namespace veldra
