@@ -12,7 +12,7 @@ cmake -S . -B build/fuzz -G Ninja -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYP
 cmake --build build/fuzz >>build/fuzz.log || { cat build/fuzz.log >&2; exit 1; }
 
 cd build/fuzz
-fuzzers=(extractor_stamp read_statement search_query source_text tag_line)
+fuzzers=(extractor_stamp import_scan read_statement search_query source_text tag_line)
 declare -A process
 for fuzzer in "${fuzzers[@]}"; do
   "./tests/fuzz/fuzz_$fuzzer" -max_total_time="$seconds" >"$fuzzer.log" 2>&1 &

@@ -1,4 +1,5 @@
-// libFuzzer: the import statements of any text, in each language that is scanned, and what they mean.
+// libFuzzer: the import statements of any text, in each language that is scanned, and what they
+// mean.
 #include <string>
 
 #include "veldra-index/index/imports/import_resolver.h"
@@ -10,9 +11,10 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
       "a/b.py", "a/__init__.py", "a/b.ts", "src/lib.rs", "src/a/mod.rs", "a/B.java", "a/b.go"};
   static const veldra::tool::ImportResolver resolver(paths);
   const std::string_view text(reinterpret_cast<const char*>(data), size);
-  for (const char* importer : {"a/x.py", "a/x.ts", "src/a/x.rs", "a/X.java", "a/x.go"}) {
+  for (const char* importer : {"a/x.py", "a/x.ts", "src/a/x.rs", "a/X.java", "a/x.go", "a/x.h"}) {
     std::vector<Import> imports;
-    veldra::tool::scan_imports(importer, text, imports);
+    if (!veldra::tool::scan_imports(importer, text, imports))
+      imports.push_back({std::string(text), {}, 1, size % 2 == 1});
     for (const Import& import : imports) {
       for (const std::size_t found : resolver.resolve(importer, import)) (void)paths.at(found);
     }

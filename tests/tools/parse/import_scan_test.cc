@@ -41,7 +41,8 @@ TEST(ImportScanTest, FindsStatementsAndNothingInTextsAndComments) {
        "3:a/b, 5:c, 7:d"},
       {"a.rs",
        "use a::{self, b::C as D, e::*};\npub use super::f;\nmod g;\nmod h { use super::*; use "
-       "crate::i; }\n/* use /* no */ no; */ let s = r#\"use no;\"#; let c = '\"'; &'a x\nuse j;",
+       "crate::i; }\n/* use /* no */ no; */ let s = r#\"use no;\"#; let c = '\"'; f::<'a,'b>(&'a "
+       "x, '\\'');\nuse j;",
        "1:a::self, 1:a::b::C, 1:a::e, 2:super::f, 3:self::g mod, 4:crate::i, 6:j"},
       {"a.rs", "use {{{{{{{{{{{{{{{{{{{{{{{{{{{{{{{{{{{{{{{{{{{{{{{{{{{{", ""},
       {"A.java",

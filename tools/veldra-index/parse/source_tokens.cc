@@ -14,6 +14,12 @@ bool is_word_byte(char byte) {
   return code >= 0x80 || std::isalnum(code) != 0 || byte == '_' || byte == '$';
 }
 
+/// Of the first character of a text in UTF-8, in bytes.
+std::size_t length_of_character(std::string_view text) {
+  const unsigned lead = text.empty() ? 0 : static_cast<unsigned char>(text.front());
+  return lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+}
+
 }  // namespace
 
 Token SourceTokens::next() {
@@ -104,9 +110,9 @@ Token SourceTokens::_quoted(char quote) {
     return _raw(triple);
   }
   if (quote == '\'' && _rules.lifetimes) {  // a character or a lifetime
-    const bool is_character = _text.substr(_position + 1, 1) == "\\" ||
-                              _text.substr(_position + 2, 4).find('\'') != std::string_view::npos;
-    if (!is_character) return _symbol();
+    const std::string_view behind = _text.substr(_position + 1, 5);
+    if (!behind.starts_with('\\') && behind.find('\'') != length_of_character(behind))
+      return _symbol();
   }
   const std::size_t begin = ++_position;
   bool in_set = false;  // of a regular expression, where a slash does not end it
