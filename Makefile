@@ -50,7 +50,7 @@ check: deps ## what is to pass before a commit: format, lint, tests with asserti
 check-tree: ## the part of it that needs no build: the floors, the version, the scripts
 	@scripts/check-floors.sh
 	@scripts/check-version.sh
-	@shellcheck -x scripts/*.sh bench/*.sh tests/*.sh tests/install/*.sh .ci/run
+	@shellcheck -x scripts/*.sh bench/*.sh tests/*.sh tests/install/*.sh examples/fleet/publish examples/fleet/follow .ci/run
 
 format: ## write every C++ file as .clang-format has it
 	@scripts/check-format.sh --fix

@@ -14,7 +14,7 @@ packages=(
   dpkg-dev file                                       # the .deb package
 )
 if [ "${1:-}" = --ci ]; then
-  packages+=(clang clang-format clang-tidy ccache doxygen shellcheck gcovr zsh fish)
+  packages+=(clang clang-format clang-tidy ccache doxygen rclone shellcheck gcovr zsh fish)
   command -v npm >/dev/null || packages+=(npm)
 fi
 
