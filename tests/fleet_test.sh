@@ -2,6 +2,7 @@
 # fleet_test.sh SOURCE TOOL: examples/fleet on a local remote, while somebody asks a server's index all the time. What
 # is answered is always one whole version, and never one older than before: through deaths of builder and follower at
 # every step, broken uploads, an older publication after a newer, and two builders at once.
+# shellcheck disable=SC2016 # what stands in single quotes is for the commands that `breaks` writes
 set -eu
 if ! command -v rclone >/dev/null; then
   echo "skipped: rclone is missing (scripts/install-deps.sh --ci installs it)"
@@ -15,7 +16,7 @@ trap '[ -z "$asker" ] || kill $asker 2>/dev/null || true; rm -rf "$work"' EXIT
 export PATH=$tools:$PATH RCLONE_CONFIG=$work/rclone.conf TMPDIR=$work LC_ALL=C
 touch "$RCLONE_CONFIG"
 cd "$work"
-mkdir tree dying
+mkdir tree broken
 
 fail() {
   echo "FAILED: $1"
@@ -46,17 +47,15 @@ ask() {
   done
 }
 
-# dies COMMAND WHEN HOW...: runs HOW, which is killed where COMMAND is called with a last argument that matches WHEN;
-# half of what it was to copy is there then.
-dies() {
-  # shellcheck disable=SC2016 # the script that is written expands them
-  printf '#!/bin/bash\nif [[ $* == %s ]]; then\n  %s\n  kill -9 $PPID\n  exit 1\nfi\nexec %s "$@"\n' \
-    "$2" '[ "$1" != copyto ] || head -c $(($(stat -c %s "${@: -2:1}") / 2)) "${@: -2:1}" >"${@: -1}"' \
-    "$(command -v "$1")" >"dying/$1"
-  chmod +x "dying/$1"
-  (PATH=$work/dying:$PATH "${@:3}") >died.log 2>&1 && fail "${*:3} was to die at $1 $2"
-  rm "dying/$1"
+# breaks COMMAND CONDITION DO HOW...: runs HOW, which fails because of DO where it calls COMMAND and CONDITION holds.
+breaks() {
+  printf '#!/bin/bash\nif %s; then\n  %s\n  exit 1\nfi\nexec %s "$@"\n' "$2" "$3" "$(command -v "$1")" >"broken/$1"
+  chmod +x "broken/$1"
+  (PATH=$work/broken:$PATH "${@:4}") >broken.log 2>&1 && fail "${*:4} was to fail at $1 $2"
+  rm "broken/$1"
 }
+# Half of what was to be copied is there when it dies.
+die='kill -9 $PPID' half='head -c $(($(stat -c %s "${@: -2:1}") / 2)) "${@: -2:1}" >"${@: -1}"; kill -9 $PPID'
 
 build 1
 publish
@@ -66,15 +65,15 @@ ask >asker.log &
 asker=$!
 
 build 2
-dies rclone '*.db' publish
+breaks rclone '[[ $* == *.db ]]' "$half" publish
 follow server.db
 serves server.db 1 "a builder that died in its upload"
-dies rclone '*.json' publish
+breaks rclone '[[ $* == *.json ]]' "$half" publish
 follow server.db && fail "half an announcement was taken for one"
 serves server.db 1 "a builder that died in its announcement"
 publish
-dies rclone 'copyto*.db.fetched' follow server.db
-dies veldra-index 'import*' follow server.db
+breaks rclone '[[ $* == copyto*.db.fetched ]]' "$half" follow server.db
+breaks veldra-index '[ "$1" = import ]' "$die" follow server.db
 serves server.db 1 "a follower that died before its import"
 follow server.db
 serves server.db 2 "after the deaths"
@@ -85,22 +84,23 @@ cp -r remote older
 whole=$(newest)
 whole=${whole%.json}.db
 cp "$whole" whole.db
-for harm in "truncate -s -4096" "shred -n 1 -s 64"; do
+for harm in "truncate -s -4096" "cp $(find remote -name '*.db' | sort | head -n 1)"; do
   $harm "$whole"
   follow server.db && fail "imported what '$harm' has harmed"
-  serves server.db 2 "$harm"
+  [ "$(<server.db.following)" = "$(sed 's/^importing/served/' server.db.following)" ] || fail "began to import after '$harm'"
   cp whole.db "$whole"
 done
-dies sync '*' follow server.db
-follow server.db
-serves server.db 3 "a whole upload"
 
 build 4
 publish
-follow server.db
-follow server.db older
-serves server.db 4 "an older publication after a newer"
-publish nowhere:remote 2>/dev/null && fail "published without seeing what is there"
+breaks sync '[[ $(<server.db.following.new) == served* ]]' "$die" follow server.db
+for remote in older remote older; do
+  follow server.db $remote
+  serves server.db 4 "a death after the import, then an older publication"
+done
+last=$(newest)
+breaks rclone '[ "$1" = lsf ]' : publish
+[ "$(newest)" = "$last" ] || fail "published without seeing what is there: $(newest)"
 touch enough
 wait "$asker" || fail "asked meanwhile: $(<asker.log)"
 [ "$(wc -l <asked)" -gt 10 ] || fail "hardly asked"
