@@ -25,8 +25,7 @@ using Clock = std::chrono::steady_clock;
 constexpr Size REPOSITORY = {.files = 20, .symbols = 400, .edges = 600, .chunks = 20};
 constexpr const char* QUERY =
     "SELECT id, file_id, name, kind, start_line, end_line FROM symbols WHERE name = ?";
-const std::size_t THREADS = std::max(2U, std::thread::hardware_concurrency());
-constexpr std::size_t QUERIES_PER_THREAD = 10'000;
+constexpr std::size_t QUERIES = 20'000;
 
 /// The indexes of a host: copies of one file, a hundred to a directory.
 class Fleet {
@@ -166,19 +165,19 @@ Usage usage() {
 /// Threads that ask for one repository after another; the nth is asked for in proportion to 1/n.
 class Load {
  public:
-  Load(const Fleet& fleet, DatabaseCache& cache)
-      : _fleet(fleet), _cache(cache), _seen(fleet.size()) {
+  Load(const Fleet& fleet, DatabaseCache& cache, std::size_t threads)
+      : _fleet(fleet), _cache(cache), _threads(threads), _seen(fleet.size()) {
     for (std::size_t rank = 1; rank <= fleet.size(); ++rank)
       _weights.push_back(1 / static_cast<double>(rank));
   }
 
-  /// Each thread asks that often.
+  /// All of them together ask that often.
   void run(std::size_t times) {
     hits.clear();
     misses.clear();
     std::vector<std::thread> threads;
-    for (std::size_t number = 0; number < THREADS; ++number)
-      threads.emplace_back([this, times, seed = ++_seed] { _ask(times, seed); });
+    for (std::size_t number = 0; number < _threads; ++number)
+      threads.emplace_back([this, times, seed = ++_seed] { _ask(times / _threads, seed); });
     for (std::thread& thread : threads) thread.join();
   }
 
@@ -207,19 +206,20 @@ class Load {
 
   const Fleet& _fleet;
   DatabaseCache& _cache;
+  const std::size_t _threads;
   std::vector<double> _weights;
   std::mutex _mutex;  // guards the seconds and the next field
   std::vector<std::weak_ptr<Connection>> _seen;
   unsigned _seed = 0;
 };
 
-void show_bound(const Fleet& fleet, std::size_t max_open) {
+void show_bound(const Fleet& fleet, std::size_t threads, std::size_t max_open) {
   const Usage before = usage();
   DatabaseCache cache(max_open);
-  Load load(fleet, cache);
-  while (cache.size() < std::min(max_open, fleet.size())) load.run(QUERIES_PER_THREAD / 10);
+  Load load(fleet, cache, threads);
+  while (cache.size() < std::min(max_open, fleet.size())) load.run(QUERIES / 10);
   const Clock::time_point start = Clock::now();
-  load.run(QUERIES_PER_THREAD);
+  load.run(QUERIES);
   const double seconds = seconds_since(start);
   const Usage after = usage();
 
@@ -237,15 +237,15 @@ void show_bound(const Fleet& fleet, std::size_t max_open) {
   cache.close();
 }
 
-void show_bounds(const Fleet& fleet) {
+void show_bounds(const Fleet& fleet, std::size_t threads) {
   std::printf(
       "\n| open at most | hits | hit, median | hit, 99th percentile | miss, median "
       "| miss, 99th percentile | queries per second | descriptors per file | memory per file |\n"
       "|---|---|---|---|---|---|---|---|---|\n");
-  for (const std::size_t max_open : {64U, 256U, 1024U}) show_bound(fleet, max_open);
+  for (const std::size_t max_open : {64U, 256U, 1024U}) show_bound(fleet, threads, max_open);
 }
 
-int run(std::size_t repositories) {
+int run(std::size_t repositories, std::size_t threads) {
   spdlog::default_logger()->set_level(spdlog::level::warn);
   rlimit descriptors{};
   getrlimit(RLIMIT_NOFILE, &descriptors);
@@ -255,8 +255,8 @@ int run(std::size_t repositories) {
   const Clock::time_point start = Clock::now();
   const Fleet fleet(repositories);
   std::printf("%zu files of %ju KiB, copied in %.1f s; %zu threads\n", fleet.size(),
-              fs::file_size(fleet[0]) / 1024, seconds_since(start), THREADS);
-  show_bounds(fleet);
+              fs::file_size(fleet[0]) / 1024, seconds_since(start), threads);
+  show_bounds(fleet, threads);
   show_cost_of_opening(fleet);
   return 0;
 }
@@ -265,9 +265,12 @@ int run(std::size_t repositories) {
 }  // namespace veldra::bench
 
 int main(int count, char** arguments) {
-  if (count > 2 || (count == 2 && std::atoi(arguments[1]) < 1)) {
-    std::cerr << "veldra_scaling [REPOSITORIES]\n";
+  const int repositories = count > 1 ? std::atoi(arguments[1]) : 10'000;
+  const int threads = count > 2 ? std::atoi(arguments[2]) : 2;
+  if (count > 3 || repositories < 1 || threads < 1) {
+    std::cerr << "veldra_scaling [REPOSITORIES [THREADS]]\n";
     return 2;
   }
-  return veldra::bench::run(count == 2 ? std::stoul(arguments[1]) : 10'000);
+  return veldra::bench::run(static_cast<std::size_t>(repositories),
+                            static_cast<std::size_t>(threads));
 }
