@@ -339,6 +339,9 @@ TEST_F(ProjectTest, AnswersTellWhoImportsAndHowTheIndexIs) {
   EXPECT_EQ(tree.run({"refs", "pkg.mod"}).out, "tool/run.py:1: imports pkg/mod.py\n");
   EXPECT_EQ(tree.run({"refs", "vector"}).out, "src/main.cc:2: imports vector\n");
   EXPECT_EQ(tree.run({"refs", "ap.h"}).status, 1);
+  EXPECT_EQ(tree.run({"refs", "util::swap_index_from"}).out,
+            "src/main.cc:3: uses: int main() { return util::swap_index_from(1); }\n"
+            "src/util/swap.h:3: defines: inline int swap_index_from(int) { return 0; }\n");
   const auto health = tree.json({"health"});
   EXPECT_EQ(health["index_generation"], 1);
   EXPECT_EQ(health["auto_vacuum"], "incremental");

@@ -6,6 +6,8 @@
 #include "veldra-index/commands/command.h"
 #include "veldra-index/index/freshness.h"
 #include "veldra-index/index/read_index.h"
+#include "veldra-index/search/hit_lines.h"
+#include "veldra-index/terminal/style.h"
 
 namespace veldra::tool {
 
@@ -25,6 +27,12 @@ int end_answer(const Options& options, const AskedIndex& asked, std::int64_t sho
 
 /// Says something to whoever reads the answer, beside it.
 void say_beside(const Options& options, const std::string& text);
+
+/// Says that `shown` lines are not all that were `found`, or counted.
+void say_more(const Options& options, std::int64_t shown, std::int64_t found, bool all_counted);
+
+/// A line of an answer with what was found in colour; a long one is cut around its first hit.
+std::string shown(const MarkedLine& line, const Style& style);
 
 /// `--update`, for a command that asks.
 Argument update_argument(bool* target);

@@ -8,7 +8,6 @@
 #include "veldra-index/search/text_search.h"
 #include "veldra-index/terminal/failure.h"
 #include "veldra-index/terminal/json_output.h"
-#include "veldra-index/terminal/number_text.h"
 #include "veldra-index/terminal/style.h"
 
 namespace veldra::tool {
@@ -36,9 +35,6 @@ Json as_json(const std::vector<Hit>& hits) {
   return json;
 }
 
-/// Longer lines are cut around what was found.
-constexpr std::size_t MOST_COLUMNS = 500;
-
 /// As grep does it: "file:12:text" for a hit, "file-11-text" for a line around it.
 class HitPrinter {
  public:
@@ -58,7 +54,7 @@ class HitPrinter {
   void print_places(const Hit& hit) const {
     for (const auto& [begin, end] : hit.line.hits) {
       std::cout << one_line(hit.file) << ':' << hit.line.number << ':' << begin + 1 << ':'
-                << _shown(hit.line) << '\n';
+                << shown(hit.line, _style) << '\n';
     }
   }
 
@@ -74,35 +70,8 @@ class HitPrinter {
     _file = file;
     _last_line = line.number;
     std::cout << _style.path(one_line(file)) << separator
-              << _style.number(std::to_string(line.number)) << separator << _shown(line) << '\n';
-  }
-
-  /// The line, or what of it is around its first hit.
-  std::string _shown(const MarkedLine& line) const {
-    std::size_t from = 0;
-    std::size_t to = line.text.size();
-    if (to > MOST_COLUMNS) {
-      const std::size_t hit = line.hits.empty() ? 0 : line.hits.front().first;
-      from = _at_character(line.text, hit - std::min(hit, MOST_COLUMNS / 4));
-      to = _at_character(line.text, std::min(to, from + MOST_COLUMNS));
-    }
-    std::string text = from > 0 ? "…" : "";
-    std::size_t at = from;
-    for (const auto& [begin, end] : line.hits) {
-      if (end > to || begin < at) continue;
-      text += one_line(std::string_view(line.text).substr(at, begin - at));
-      text += _style.hit(one_line(std::string_view(line.text).substr(begin, end - begin)));
-      at = end;
-    }
-    text += one_line(std::string_view(line.text).substr(at, to - at));
-    return to < line.text.size() ? text + "…" : text;
-  }
-
-  /// `at`, or the beginning of the character that it is in the middle of.
-  static std::size_t _at_character(std::string_view text, std::size_t at) {
-    while (at > 0 && at < text.size() && (static_cast<unsigned char>(text[at]) & 0xC0U) == 0x80U)
-      --at;
-    return at;
+              << _style.number(std::to_string(line.number)) << separator << shown(line, _style)
+              << '\n';
   }
 
   const Style& _style;
@@ -190,11 +159,8 @@ int search(const Options& options, const SearchRequest& request) {
     found.files.resize(static_cast<std::size_t>(request.limit));
   query.counts_files ? print_files(options, found, request.only_counts)
                      : print_hits(options, found, request.places);
-  if (!query.counts_files && found.lines > query.limit) {
-    say_beside(options, with_commas(query.limit) + " of " +
-                            (found.all_counted ? "" : "more than ") + with_commas(found.lines) +
-                            " lines; -n for more");
-  }
+  if (!query.counts_files && found.lines > query.limit)
+    say_more(options, query.limit, found.lines, found.all_counted);
   return end_answer(options, asked, std::ssize(found.hits) + std::ssize(found.files),
                     "nothing found");
 }
