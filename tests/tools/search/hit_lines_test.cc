@@ -28,7 +28,10 @@ TEST(HitLinesTest, FindsTheMarksInTheLines) {
       {"\2a\3 \2\3b", {"5 a b [0,1)"}},
       {"\3a\2\2b\3\3", {"5 ab [1,2)"}},
       {"\n\nx \2y", {"5 ", "6 ", "7 x y [2,3)"}}};
-  for (const auto& [text, lines] : cases) EXPECT_EQ(shown(lines_of(text, 5)), lines);
+  for (const auto& [marked, lines] : cases) {
+    const auto& [text, hits] = text_without_marks(marked);
+    EXPECT_EQ(shown(all_lines(text, 5, lines_with(hits, text, 5))), lines);
+  }
 }
 
 }  // namespace

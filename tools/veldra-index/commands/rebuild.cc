@@ -55,7 +55,8 @@ void print(const Options& options, const IndexPlace& place, const NewIndex& made
             << with_commas(rows.at("edges") + rows.at("external_imports")) << " imports in "
             << place.db.string() << '\n';
   if (rows.at("index_errors") > 0) {
-    std::cout << with_commas(rows.at("index_errors")) << " problems: see `veldra-index errors`\n";
+    std::cout << counted(rows.at("index_errors"), "problem", "problems")
+              << ": see `veldra-index errors`\n";
   }
 }
 

@@ -68,7 +68,9 @@ LinePattern& LinePattern::operator=(LinePattern&&) noexcept = default;
 LinePattern::~LinePattern() = default;
 
 LinePattern LinePattern::text(std::string_view text, bool case_counts, Edges edges) {
-  return {compile(quoted(text), case_counts), edges};
+  LinePattern pattern(compile(quoted(text), case_counts), edges);
+  pattern._part.emplace(text);
+  return pattern;
 }
 
 LinePattern LinePattern::word(std::string_view word, bool case_counts, Edges edges) {
@@ -80,20 +82,21 @@ LinePattern LinePattern::regex(std::string_view expression, bool case_counts, Ed
 }
 
 bool LinePattern::may_be_in(std::string_view text) const {
+  if (_part && !_part->may_be_in(text)) return false;
   return _expression->Match(re2::StringPiece(text.data(), text.size()), 0, text.size(),
                             RE2::UNANCHORED, nullptr, 0);
 }
 
-std::vector<Range> LinePattern::hits(std::string_view line) const {
+std::vector<Range> LinePattern::hits(std::string_view text) const {
   std::vector<Range> found;
-  const re2::StringPiece text(line.data(), line.size());
+  const re2::StringPiece whole(text.data(), text.size());
   re2::StringPiece match;
-  for (std::size_t at = 0; at <= line.size() &&
-                           _expression->Match(text, at, line.size(), RE2::UNANCHORED, &match, 1);) {
-    const auto begin = static_cast<std::size_t>(match.data() - line.data());
+  for (std::size_t at = 0; at <= text.size() && _expression->Match(whole, at, text.size(),
+                                                                   RE2::UNANCHORED, &match, 1);) {
+    const auto begin = static_cast<std::size_t>(match.data() - text.data());
     const std::size_t end = begin + match.size();
-    const bool begins = begin == 0 || !is_word_byte(line[begin - 1]);
-    const bool ends = end == line.size() || !is_word_byte(line[end]);
+    const bool begins = begin == 0 || !is_word_byte(text[begin - 1]);
+    const bool ends = end == text.size() || !is_word_byte(text[end]);
     if ((begins || _edges == Edges::Anywhere) && (ends || _edges != Edges::Both)) {
       found.emplace_back(begin, end);
       at = std::max(end, begin + 1);

@@ -1,20 +1,18 @@
 #pragma once
 
-#include <cstddef>
 #include <memory>
-#include <string>
+#include <optional>
 #include <string_view>
-#include <utility>
 #include <vector>
+
+#include "veldra-index/search/ascii_part.h"
+#include "veldra-index/search/hit_lines.h"
 
 namespace re2 {
 class RE2;
 }
 
 namespace veldra::tool {
-
-/// Bytes of a line, from begin to end.
-using Range = std::pair<std::size_t, std::size_t>;
 
 /// What a line must hold.
 ///
@@ -38,14 +36,15 @@ class LinePattern {
 
   /// False only when no line of `text` has a hit.
   bool may_be_in(std::string_view text) const;
-  /// In order, none overlapping. `line` has no line end.
-  std::vector<Range> hits(std::string_view line) const;
+  /// In order, none overlapping, none over the end of a line of `text`.
+  std::vector<Range> hits(std::string_view text) const;
 
  private:
   LinePattern(std::unique_ptr<re2::RE2> expression, Edges edges);
 
   std::unique_ptr<re2::RE2> _expression;
   Edges _edges;
+  std::optional<AsciiPart> _part;  // of a text as it stands
 };
 
 }  // namespace veldra::tool

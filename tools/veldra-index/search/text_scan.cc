@@ -6,6 +6,7 @@
 #include <deque>
 #include <exception>
 #include <mutex>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -40,19 +41,21 @@ std::vector<IdRange> ranges_of(std::int64_t number, std::int64_t end,
   return ranges;
 }
 
+/// The table that FTS5 keeps the texts in: it would copy each of them once more
+/// (https://www.sqlite.org/fts5.html#fts5_data_structures).
+constexpr std::string_view PIECES =
+    "SELECT id, c1, c0 FROM code_chunks_content WHERE id >= ? AND id < ? ORDER BY id";
+
 /// False when `visit` wants no more.
 bool read_slice(ReadIndex& index, const TextScan& scan, const std::vector<IdRange>& ranges,
                 const std::function<bool(const Row&)>& visit) {
   bool wants_more = true;
   for (const auto& [begin, end] : ranges) {
     if (!wants_more) break;
-    index.fetcheach(
-        "SELECT rowid, start_line, text FROM code_chunks WHERE rowid >= ? AND rowid < ?"
-        " ORDER BY rowid",
-        {begin, end}, [&](const Row& row) {
-          wants_more = !scan.holds(row[2].as_text()) || visit(row);
-          return wants_more;
-        });
+    index.fetcheach(PIECES, {begin, end}, [&](const Row& row) {
+      wants_more = !scan.holds(row[2].as_text()) || visit(row);
+      return wants_more;
+    });
   }
   return wants_more;
 }

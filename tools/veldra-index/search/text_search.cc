@@ -34,7 +34,7 @@ std::string_view word_around(std::string_view line, Range range) {
 }
 
 /// True when in a hit of `line` one of `words` is a part of the name, not only inside of it.
-bool has_part_of_name(const MarkedLine& line, const std::vector<SearchQuery::Word>& words) {
+bool has_part_of_name(const HitLine& line, const std::vector<SearchQuery::Word>& words) {
   return std::any_of(line.hits.begin(), line.hits.end(), [&](const Range& hit) {
     const std::string_view name = word_around(line.text, hit);
     return std::any_of(words.begin(), words.end(),
@@ -247,26 +247,24 @@ void TextSearch::_scan() {
 
 /// `piece` is its row id, first line and text. False when no more are wanted.
 bool TextSearch::_add_piece(const Row& piece) {
-  const std::int64_t id = piece[0].as_integer();
+  const std::int64_t id = piece[0].as_integer(), first_line = piece[1].as_integer();
   const File* const file = _file_of(id / CHUNKS_PER_FILE);
   if (file == nullptr) return true;
-  std::vector<MarkedLine> lines = lines_of(piece[2].as_text(), piece[1].as_integer());
-  if (!_patterns.empty()) _mark(lines);
+  const bool is_marked = _patterns.empty();
+  const MarkedText marked = is_marked ? text_without_marks(piece[2].as_text())
+                                      : MarkedText{plain_text(piece[2].as_text()), {}};
+  const std::vector<HitLine> found = is_marked ? lines_with(marked.hits, marked.text, first_line)
+                                               : _lines_found(marked.text, first_line);
   auto& seen = _seen[id / CHUNKS_PER_FILE];
-  for (std::size_t at = 0; at < lines.size(); ++at) {
-    const MarkedLine& line = lines[at];
-    if (line.hits.empty() || (_only_line && line.number != *_only_line) ||
-        !seen.insert(line.number).second) {
-      continue;
-    }
+  std::vector<MarkedLine> lines;  // when one is to be shown
+  for (const HitLine& line : found) {
+    if ((_only_line && line.number != *_only_line) || !seen.insert(line.number).second) continue;
     ++_found.lines;
     if (_options.counts_files) {
       _count_line(id / CHUNKS_PER_FILE, file->path);
-    } else {
-      _keep(file->secondary                                   ? _last
-            : _parts_first && !has_part_of_name(line, _words) ? _later
-                                                              : _found.hits,
-            {file->path, line, {}, {}}, id, lines, at);
+    } else if (auto& hits = _place_of(line, *file); std::ssize(hits) < _options.limit) {
+      if (lines.empty()) lines = all_lines(marked.text, first_line, found);
+      hits.push_back(_hit(*file, id, lines, static_cast<std::size_t>(line.number - first_line)));
     }
   }
   if (_options.counts_files || std::ssize(_found.hits) < _options.limit ||
@@ -277,26 +275,58 @@ bool TextSearch::_add_piece(const Row& piece) {
   return false;
 }
 
+/// The lines with hits of the patterns; where one has those of several, only those that have the
+/// most.
+std::vector<HitLine> TextSearch::_lines_found(std::string_view text,
+                                              std::int64_t first_line) const {
+  if (_patterns.size() == 1) return lines_with(_patterns.front().hits(text), text, first_line);
+  struct Found {
+    HitLine line;
+    std::size_t patterns = 0;
+  };
+  std::map<std::int64_t, Found> by_number;
+  std::size_t most = 0;
+  for (const LinePattern& pattern : _patterns) {
+    for (HitLine& line : lines_with(pattern.hits(text), text, first_line)) {
+      Found& found =
+          by_number.try_emplace(line.number, Found{{line.number, line.text, {}}}).first->second;
+      found.line.hits.insert(found.line.hits.end(), line.hits.begin(), line.hits.end());
+      most = std::max(most, ++found.patterns);
+    }
+  }
+  std::vector<HitLine> lines;
+  for (auto& [number, found] : by_number) {
+    if (most == _patterns.size() && found.patterns < most) continue;
+    sort_and_merge(found.line.hits);
+    lines.push_back(std::move(found.line));
+  }
+  return lines;
+}
+
 void TextSearch::_count_line(std::int64_t file, const std::string& path) {
   const auto [counted, is_new] = _counted.try_emplace(file, _found.files.size());
   if (is_new) _found.files.emplace_back(path, 0);
   ++_found.files[counted->second].second;
 }
 
-/// Puts a hit, with the lines around it, where there still is room.
-void TextSearch::_keep(std::vector<Hit>& hits, Hit hit, std::int64_t piece,
-                       const std::vector<MarkedLine>& lines, std::size_t at) const {
-  if (std::ssize(hits) >= _options.limit) return;
+/// Where a hit of this step goes.
+std::vector<Hit>& TextSearch::_place_of(const HitLine& line, const File& file) {
+  if (file.secondary) return _last;
+  return _parts_first && !has_part_of_name(line, _words) ? _later : _found.hits;
+}
+
+/// The line at `at` of a piece's `lines`, with those around it.
+Hit TextSearch::_hit(const File& file, std::int64_t piece, const std::vector<MarkedLine>& lines,
+                     std::size_t at) const {
   const auto wanted = static_cast<std::size_t>(_options.context);
-  const std::size_t first = at - std::min(wanted, at);
-  const std::size_t end = std::min(at + 1 + wanted, lines.size());
-  using Offset = std::ptrdiff_t;
-  hit.before.assign(lines.begin() + static_cast<Offset>(first),
-                    lines.begin() + static_cast<Offset>(at));
-  hit.after.assign(lines.begin() + static_cast<Offset>(at) + 1,
-                   lines.begin() + static_cast<Offset>(end));
+  const auto line = lines.begin() + static_cast<std::ptrdiff_t>(at);
+  Hit hit{
+      file.path,
+      *line,
+      {line - static_cast<std::ptrdiff_t>(std::min(wanted, at)), line},
+      {line + 1, line + 1 + static_cast<std::ptrdiff_t>(std::min(wanted, lines.size() - at - 1))}};
   _add_neighbours(hit, piece);
-  hits.push_back(std::move(hit));
+  return hit;
 }
 
 /// Lines around a hit may lie in the file's pieces before and behind.
@@ -304,7 +334,8 @@ void TextSearch::_add_neighbours(Hit& hit, std::int64_t piece) const {
   const auto lines_of_piece = [this](std::int64_t id) {
     const auto row =
         _index.fetchone("SELECT text, start_line FROM code_chunks WHERE rowid = ?", {id});
-    return row ? lines_of((*row)[0].as_text(), (*row)[1].as_integer()) : std::vector<MarkedLine>();
+    return row ? all_lines(plain_text((*row)[0].as_text()), (*row)[1].as_integer(), {})
+               : std::vector<MarkedLine>();
   };
   const std::int64_t first = piece - piece % CHUNKS_PER_FILE;
   for (std::int64_t id = piece - 1; id >= first && std::ssize(hit.before) < _options.context;
@@ -320,24 +351,6 @@ void TextSearch::_add_neighbours(Hit& hit, std::int64_t piece) const {
     const auto missing = static_cast<std::ptrdiff_t>(_options.context) - std::ssize(hit.after);
     hit.after.insert(hit.after.end(), lines.begin(),
                      lines.begin() + std::min(missing, std::ssize(lines)));
-  }
-}
-
-/// Each pattern's hits; where a line has those of several, only the lines that have the most.
-void TextSearch::_mark(std::vector<MarkedLine>& lines) const {
-  std::vector<std::size_t> kinds(lines.size());
-  for (std::size_t at = 0; at < lines.size(); ++at) {
-    for (const LinePattern& pattern : _patterns) {
-      const std::vector<Range> hits = pattern.hits(lines[at].text);
-      kinds[at] += hits.empty() ? 0 : 1;
-      lines[at].hits.insert(lines[at].hits.end(), hits.begin(), hits.end());
-    }
-    if (_patterns.size() > 1) sort_and_merge(lines[at].hits);
-  }
-  const std::size_t most = kinds.empty() ? 0 : *std::max_element(kinds.begin(), kinds.end());
-  if (most < _patterns.size()) return;
-  for (std::size_t at = 0; at < lines.size(); ++at) {
-    if (kinds[at] < most) lines[at].hits.clear();
   }
 }
 

@@ -87,10 +87,11 @@ class TextSearch {
   void _scan();
 
   bool _add_piece(const Row& piece);
-  void _mark(std::vector<MarkedLine>& lines) const;
+  std::vector<HitLine> _lines_found(std::string_view text, std::int64_t first_line) const;
   void _count_line(std::int64_t file, const std::string& path);
-  void _keep(std::vector<Hit>& hits, Hit hit, std::int64_t piece,
-             const std::vector<MarkedLine>& lines, std::size_t at) const;
+  std::vector<Hit>& _place_of(const HitLine& line, const File& file);
+  Hit _hit(const File& file, std::int64_t piece, const std::vector<MarkedLine>& lines,
+           std::size_t at) const;
   void _add_neighbours(Hit& hit, std::int64_t piece) const;
   const File* _file_of(std::int64_t id);
   void _end_step();

@@ -16,8 +16,17 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// The paths that git names, relative to the root; none when this is no checkout that it lists.
-std::optional<std::vector<std::string>> git_paths(const fs::path& root) {
+/// What env answers for a program that is not there
+/// (https://www.gnu.org/software/coreutils/manual/html_node/env-invocation.html).
+constexpr int NO_SUCH_PROGRAM = 127;
+
+struct GitAnswer {
+  bool is_installed = true;
+  /// Relative to the root; none when this is no checkout that git lists.
+  std::optional<std::vector<std::string>> paths;
+};
+
+GitAnswer ask_git(const fs::path& root) {
   try {
     // A hook of another repository's git may be what runs this program.
     const std::vector<std::string> git = {
@@ -27,19 +36,20 @@ std::optional<std::vector<std::string>> git_paths(const fs::path& root) {
       arguments.insert(arguments.begin(), git.begin(), git.end());
       return run_program(arguments);
     };
-    if (run({"rev-parse", "--is-inside-work-tree"}).output != "true\n") return std::nullopt;
-    if (run({"check-ignore", "--quiet", "."}).status == 0) return std::nullopt;
+    const Captured inside = run({"rev-parse", "--is-inside-work-tree"});
+    if (inside.status == NO_SUCH_PROGRAM) return {.is_installed = false, .paths = {}};
+    if (inside.output != "true\n" || run({"check-ignore", "--quiet", "."}).status == 0) return {};
     const Captured list = run({"ls-files", "-z", "--cached", "--others", "--exclude-standard"});
-    if (list.status != 0) return std::nullopt;
+    if (list.status != 0) return {};
     std::vector<std::string> paths;
     for (std::size_t begin = 0; begin < list.output.size();) {
       const std::size_t end = std::min(list.output.find('\0', begin), list.output.size());
       paths.push_back(list.output.substr(begin, end - begin));
       begin = end + 1;
     }
-    return paths;
+    return {.paths = std::move(paths)};
   } catch (const std::system_error&) {
-    return std::nullopt;  // no processes to be had
+    return {};  // no processes to be had
   }
 }
 
@@ -97,16 +107,17 @@ class Lister {
 Tree walk_tree(const IndexPlace& place) {
   Tree tree;
   Lister lister(place, tree);
-  if (const auto paths = git_paths(place.root)) {
+  if (const GitAnswer git = ask_git(place.root); git.paths) {
     tree.from_git = true;
-    for (const std::string& path : *paths) lister.add(path);
+    for (const std::string& path : *git.paths) lister.add(path);
   } else {
     std::error_code error;
     if (fs::exists(place.root / ".git", error)) {
       spdlog::warn(
-          "git does not list {0} (see `git -C {0} status`): all files that are not hidden are "
-          "indexed",
-          place.root.string());
+          "{}: all files that are not hidden are indexed, ignored ones too",
+          git.is_installed
+              ? fmt::format("git does not list {0} (see `git -C {0} status`)", place.root.string())
+              : "git is not installed, which knows the files of this checkout");
     }
     lister.add_folder("");
   }
