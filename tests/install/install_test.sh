@@ -4,7 +4,7 @@
 #   static        what `cmake --install BUILD` installs
 #   shared        a shared build of SOURCE: its exports, its versioned name
 #   subdirectory  SOURCE as a part of another project
-#   deb           the package that cpack makes of BUILD, unpacked
+#   deb           the packages that cpack makes of BUILD, unpacked
 # The program, its CMakeLists.txt and the commands are those of README.md. The environment may name the compiler (CXX)
 # and its launcher (CMAKE_CXX_COMPILER_LAUNCHER).
 set -eu
@@ -57,6 +57,16 @@ expect_public_symbols() {
   [ -z "$stray" ] || fail "$1 exports what no public header declares: $stray"
 }
 
+# expect_files PACKAGE FILE...: it has these, below /usr.
+expect_files() {
+  local package=$1 file
+  shift
+  dpkg-deb -x "$work/$package"_*.deb "$work/$package"
+  for file; do
+    [ -f "$work/$package/usr/$file" ] || fail "$package lacks $file"
+  done
+}
+
 case $kind in
 static)
   cmake --install "$build" --prefix "$work/usr"
@@ -80,17 +90,15 @@ subdirectory)
   ;;
 deb)
   cpack --config "$build/CPackConfig.cmake" -B "$work"
-  package=$(ls "$work"/*.deb)
-  dpkg-deb -c "$package"
-  for file in bin/veldra-index lib/libveldra_storage include/veldra/storage/database.h \
-    lib/cmake/veldra/veldraConfig.cmake lib/pkgconfig/veldra-storage.pc share/man/man1/veldra-index.1 \
-    share/bash-completion/completions/veldra-index share/zsh/vendor-completions/_veldra-index \
-    share/fish/vendor_completions.d/veldra-index.fish; do
-    dpkg-deb -c "$package" | grep -q " \./usr/$file" || fail "the package lacks $file"
-  done
-  dpkg-deb -x "$package" "$work/root"
-  expect_usable "$work/root/usr"
-  "$work/root/usr/bin/veldra-index" --version
+  expect_files veldra-index bin/veldra-index share/bash-completion/completions/veldra-index \
+    share/fish/vendor_completions.d/veldra-index.fish share/man/man1/veldra-index.1 \
+    share/zsh/vendor-completions/_veldra-index
+  expect_files libveldra-storage-dev include/veldra/storage/database.h lib/cmake/veldra/veldraConfig.cmake \
+    lib/libveldra_storage.a lib/pkgconfig/veldra-storage.pc
+  expect_usable "$work/libveldra-storage-dev/usr"
+  "$work/veldra-index/usr/bin/veldra-index" --version
+  dpkg-deb -f "$work"/veldra-index_*.deb Depends | grep universal-ctags
+  [ ! -e "$work/veldra-index/usr/include" ] || fail "who uses the tool gets headers"
   ;;
 *) fail "unknown kind: $kind" ;;
 esac

@@ -225,7 +225,12 @@ TEST_F(ProjectTest, AnUpdateEndsWithWhatARebuildWouldMake) {
     int parsed, removed;
   };
   const Step steps[] = {
-      {"touched only", [&] { tree.write("notes.txt", read_text(tree.path("notes.txt"))); }, 0, 0},
+      {"touched only, and a rebuild that was killed has left its file",
+       [&] {
+         tree.write("notes.txt", read_text(tree.path("notes.txt")));
+         tree.write("memory/codebase-index/index.db.staging", "left");
+       },
+       0, 0},
       {"changed", [&] { tree.write("src/util/swap.h", "struct Other {};\n#include \"late.h\"\n"); },
        1, 0},
       {"an import that was external becomes a file", [&] { tree.write("lib/late.h", "int x;\n"); },
@@ -259,6 +264,7 @@ TEST_F(ProjectTest, AnUpdateEndsWithWhatARebuildWouldMake) {
     change();
     const std::vector<std::string> ids = tree.rows(IDS);
     const auto done = tree.json({"update"});
+    EXPECT_TRUE(tree.holds_nothing_beside_the_index());
     EXPECT_EQ(done["parsed"], parsed);
     EXPECT_EQ(done["removed"], removed);
     const std::vector<std::string> updated = tree.rows(CONTENT);

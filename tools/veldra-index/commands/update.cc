@@ -5,6 +5,7 @@
 
 #include "veldra-index/index/build_lock.h"
 #include "veldra-index/index/make_index.h"
+#include "veldra-index/index/staging_file.h"
 #include "veldra-index/index/update_plan.h"
 #include "veldra-index/parse/ctags.h"
 #include "veldra-index/process/interrupt.h"
@@ -51,6 +52,7 @@ Updated update(const Options& options, const IndexPlace& place) {
   std::optional<OpenIndex> index = OpenIndex::existing(place);
   const BuildLock lock(place);
   const RemoveOnExit remove_on_exit(place.passing_files());
+  StagingFile::remove(place.staging());
   const ExtractorVersions versions = extractor_versions(inspect_ctags());
   (*index)->refresh_extractor_stamp(versions);
 

@@ -62,17 +62,9 @@ bool has_journal(const std::filesystem::path& index) {
 
 }  // namespace
 
-StagingFile::Removal::Removal(std::filesystem::path path) : _path(std::move(path)) {
-  _remove();
-}
-
-StagingFile::Removal::~Removal() {
-  _remove();
-}
-
-void StagingFile::Removal::_remove() const noexcept {
+void StagingFile::remove(const std::filesystem::path& path) noexcept {
   for (const char* suffix : {"", "-journal", "-wal", "-shm"}) {
-    std::filesystem::path file = _path;
+    std::filesystem::path file = path;
     file += suffix;
     std::error_code error;
     std::filesystem::remove(file, error);  // what cannot be removed is found by the next rebuild

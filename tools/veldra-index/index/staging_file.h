@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <utility>
 #include <vector>
 
 #include "veldra/storage/database.h"
@@ -42,18 +43,20 @@ class StagingFile {
 
   void close();
 
+  /// Removes the file and what belongs to it: what a process has left that was killed. For who
+  /// holds the `BuildLock`.
+  static void remove(const std::filesystem::path& path) noexcept;
+
  private:
-  /// Removes the file and what belongs to it, at first and at last: also when filling it fails.
+  /// Removes the file at first and at last: also when filling it fails.
   class Removal {
    public:
-    explicit Removal(std::filesystem::path path);
+    explicit Removal(std::filesystem::path path) : _path(std::move(path)) { remove(_path); }
     Removal(const Removal&) = delete;
     Removal& operator=(const Removal&) = delete;
-    ~Removal();
+    ~Removal() { remove(_path); }
 
    private:
-    void _remove() const noexcept;
-
     const std::filesystem::path _path;
   };
 
