@@ -94,7 +94,7 @@ void log_line(LogUnit unit, LogLevel level, std::string_view message, const std:
 }
 
 std::string quoted(std::string_view text) {
-  static constexpr std::string_view hexadecimal = "0123456789abcdef";
+  static constexpr std::string_view HEXADECIMAL = "0123456789abcdef";
   std::string result = "'";
   for (const char character : text) {
     const auto byte = static_cast<unsigned char>(character);
@@ -114,7 +114,7 @@ std::string quoted(std::string_view text) {
         break;
       default:
         if (byte < 0x20 || byte == 0x7f) {
-          result.append({'\\', 'x', hexadecimal[byte >> 4U], hexadecimal[byte & 0xfU]});
+          result.append({'\\', 'x', HEXADECIMAL[byte >> 4U], HEXADECIMAL[byte & 0xfU]});
         } else {
           result.push_back(character);
         }

@@ -113,10 +113,17 @@ TEST(ConnectionTest, APathIsAPlainFileNameWhateverItLooksLike) {
   for (const char* const name :
        {"file:x?mode=memory", ":x", "a?b=c", "a#b", "a%41b", " blank ", "::memory:", "\xff"}) {
     Connection connection(name);
+    connection.execute("PRAGMA journal_mode=WAL");
     connection.execute("CREATE TABLE t AS SELECT 1");
     EXPECT_TRUE(std::filesystem::exists(std::string("./") + name)) << name;
-    Connection reader(name, Connection::Mode::ReadOnly);
+    {
+      Connection reader(name, Connection::Mode::ReadOnly);
+      EXPECT_EQ(dump(reader, "SELECT * FROM t"), "1") << name;
+    }
+    connection.close();
+    Connection reader(name, Connection::Mode::Immutable);
     EXPECT_EQ(dump(reader, "SELECT * FROM t"), "1") << name;
+    EXPECT_FALSE(std::filesystem::exists(std::string("./") + name + "-shm")) << name;
   }
   Connection memory(":memory:");
   memory.execute("CREATE TABLE t AS SELECT 1");

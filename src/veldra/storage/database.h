@@ -378,6 +378,8 @@ class VELDRA_EXPORT Database {
   std::int64_t _release_free_pages();
   bool _shrink_file(Connection& connection);  // false: later. Caller holds _lock
   void _note_later_shrinking() const;
+  /// What speaks against a conversion now, said in the log; none when nothing does.
+  std::optional<Compaction> _refuse_conversion(std::int64_t used, const IndexFile* file);
   Compaction _convert_to_incremental(const _Space& space);
   static void _vacuum(Connection& connection);  // caller holds _lock
 

@@ -55,13 +55,13 @@ void add_code_chunks(StepCursor& cursor) {
 }
 
 void add_parent_and_line(StepCursor& cursor) {
-  static constexpr std::string_view has_column =
+  static constexpr std::string_view HAS_COLUMN =
       "SELECT 1 FROM pragma_table_info(?, 'main') WHERE lower(name) = ?";
-  if (cursor.has("table", "symbols") && !cursor.fetchone(has_column, {"symbols", "parent_id"})) {
+  if (cursor.has("table", "symbols") && !cursor.fetchone(HAS_COLUMN, {"symbols", "parent_id"})) {
     cursor.execute("ALTER TABLE symbols ADD COLUMN parent_id INTEGER");
   }
   if (cursor.has("table", "index_errors") &&
-      !cursor.fetchone(has_column, {"index_errors", "line"})) {
+      !cursor.fetchone(HAS_COLUMN, {"index_errors", "line"})) {
     cursor.execute("ALTER TABLE index_errors ADD COLUMN line INTEGER");
   }
 }

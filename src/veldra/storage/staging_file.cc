@@ -4,6 +4,7 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <future>
 #include <system_error>
 
 #include "veldra/errors.h"
@@ -22,6 +23,80 @@ constexpr std::string_view FULL_TEXT_CHECK =
 
 int primary(const Error& error) {
   return error.code() & 0xff;
+}
+
+// Not a read-only connection: one that closes last would leave a log beside the file.
+void prepare(Connection& connection) {
+  register_path_functions(connection);
+  connection.execute(LARGE_CACHE);
+}
+
+/// What `look` finds damaged; none when the file is sound.
+template <typename Look>
+std::optional<std::string> damage_in(const Look& look) {
+  try {
+    return look();
+  } catch (const Error& error) {
+    if (primary(error) != SQLITE_CORRUPT) throw;
+    return error.what();
+  }
+}
+
+/// SQLite's first finding.
+std::optional<std::string> finding_in_trees(Connection& connection) {
+  const std::optional<Row> finding = connection.fetchone("PRAGMA integrity_check(1)");
+  if ((*finding)[0].as_text() == "ok") return std::nullopt;
+  return std::string((*finding)[0].as_text());
+}
+
+/// False when it could not be checked.
+bool check_full_text(Connection& connection) {
+  if (!connection.fetchone("SELECT 1 FROM sqlite_master WHERE name = 'code_chunks' AND sql = ?",
+                           {CODE_CHUNKS_DDL}))
+    return false;
+  try {
+    connection.execute(FULL_TEXT_CHECK);
+    return true;
+  } catch (const OperationalError& error) {
+    // FTS5 takes its check for a write: of a file that nobody may write to the full-text index is
+    // not checked, but made anew from the text.
+    if (primary(error) != SQLITE_READONLY) throw;
+    return false;
+  }
+}
+
+bool all_keys_hold(Connection& connection) {
+  try {
+    return std::ranges::none_of(
+        INDEX_KEYS, [&](const IndexKey& key) { return is_broken(connection, "main", key); });
+  } catch (const OperationalError& error) {
+    // It lacks a table or a column: the copying says which.
+    if (error.code() != SQLITE_ERROR) throw;
+    return false;
+  }
+}
+
+/// What the second thread finds.
+struct SecondLook {
+  std::optional<std::string> damage;
+  bool full_text_is_sound = false;
+  bool keys_hold = false;
+};
+
+SecondLook look_at_full_text_and_keys(const std::filesystem::path& path) {
+  Connection connection(path);
+  prepare(connection);
+  SecondLook found;
+  found.damage = damage_in([&]() -> std::optional<std::string> {
+    found.full_text_is_sound = check_full_text(connection);
+    return std::nullopt;
+  });
+  if (!found.damage) found.keys_hold = all_keys_hold(connection);
+  return found;
+}
+
+[[noreturn]] void refuse(const std::string& damage) {
+  throw Error("the staging database is damaged: " + damage, SQLITE_CORRUPT);
 }
 
 }  // namespace
@@ -57,62 +132,27 @@ void refuse_wrong_staging_file(const std::filesystem::path& path,
     throw ProgrammingError("the staging database is the live index itself: " + path.string());
 }
 
-// Not a read-only connection: one that closes last would leave a log beside the file.
 StagingFile::StagingFile(const std::filesystem::path& path, StagingTrust trust)
     : _connection(path), _path(path.string()), _trust(trust) {
-  register_path_functions(_connection);
-  _connection.execute(LARGE_CACHE);
+  prepare(_connection);
   _seen_version = _version();
   if (_trust == StagingTrust::Vouched) {
     _full_text_is_sound = true;
-  } else if (const std::optional<std::string> found = _damage()) {
-    throw Error("the staging database is damaged: " + *found, SQLITE_CORRUPT);
+    _keys_hold = all_keys_hold(_connection);
+    return;
   }
-  _keys_hold = _look_at_keys();
+  // Where no thread can be had, `get` does it.
+  auto second = std::async(look_at_full_text_and_keys, path);
+  const auto in_trees = damage_in([this] { return finding_in_trees(_connection); });
+  if (in_trees) refuse(*in_trees);
+  const SecondLook found = second.get();
+  if (found.damage) refuse(*found.damage);
+  _full_text_is_sound = found.full_text_is_sound;
+  _keys_hold = found.keys_hold;
 }
 
 std::int64_t StagingFile::_version() {
   return (*_connection.fetchone("PRAGMA data_version"))[0].as_integer();
-}
-
-/// SQLite's first finding; none when the file is sound.
-std::optional<std::string> StagingFile::_damage() {
-  try {
-    const std::optional<Row> finding = _connection.fetchone("PRAGMA integrity_check(1)");
-    if ((*finding)[0].as_text() != "ok") return std::string((*finding)[0].as_text());
-    _full_text_is_sound = _check_full_text();
-    return std::nullopt;
-  } catch (const Error& error) {
-    if (primary(error) != SQLITE_CORRUPT) throw;
-    return error.what();
-  }
-}
-
-/// False when it could not be checked.
-bool StagingFile::_check_full_text() {
-  if (!_connection.fetchone("SELECT 1 FROM sqlite_master WHERE name = 'code_chunks' AND sql = ?",
-                            {CODE_CHUNKS_DDL}))
-    return false;
-  try {
-    _connection.execute(FULL_TEXT_CHECK);
-    return true;
-  } catch (const OperationalError& error) {
-    // FTS5 takes its check for a write: of a file that nobody may write to the full-text index is
-    // not checked, but made anew from the text.
-    if (primary(error) != SQLITE_READONLY) throw;
-    return false;
-  }
-}
-
-bool StagingFile::_look_at_keys() {
-  try {
-    return std::ranges::none_of(
-        INDEX_KEYS, [&](const IndexKey& key) { return is_broken(_connection, "main", key); });
-  } catch (const OperationalError& error) {
-    // It lacks a table or a column: the copying says which.
-    if (error.code() != SQLITE_ERROR) throw;
-    return false;
-  }
 }
 
 void StagingFile::confirm() {

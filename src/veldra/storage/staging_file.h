@@ -39,11 +39,15 @@ void look_for_staging_file(const std::filesystem::path& path);
 void refuse_wrong_staging_file(const std::filesystem::path& path,
                                const std::filesystem::path& live_path);
 
-/// What can be known of a staging file before a swap takes any lock, read on a connection of its
+/// What can be known of a staging file before a swap takes any lock, read on connections of its
 /// own: whether it is sound, and whether its foreign keys hold. Internal.
 ///
 /// Lives until the swap's transaction reads the file, so that it can tell whether that is still
 /// what was looked at.
+///
+/// Of a `Checked` file a second thread looks at the full text and the keys while SQLite checks the
+/// trees. It has a connection of its own, shares nothing and ends before the constructor does. What
+/// the first connection sees unchanged from before both looks until `confirm` is what both saw.
 ///
 /// Thread safety: one thread at a time.
 class StagingFile {
@@ -64,9 +68,6 @@ class StagingFile {
 
  private:
   std::int64_t _version();
-  std::optional<std::string> _damage();
-  bool _check_full_text();
-  bool _look_at_keys();
 
   Connection _connection;
   std::string _path;

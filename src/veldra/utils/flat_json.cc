@@ -109,16 +109,16 @@ class Reader {
   }
 
   bool _take_escape(std::string& text) {
-    static constexpr std::string_view letters = "\"\\/bfnrt";
-    static constexpr std::string_view meanings = "\"\\/\b\f\n\r\t";
+    static constexpr std::string_view LETTERS = "\"\\/bfnrt";
+    static constexpr std::string_view MEANINGS = "\"\\/\b\f\n\r\t";
     if (_rest.starts_with("\\u")) {
       return _take_code_point(text);
     }
-    const std::size_t letter = _rest.size() < 2 ? letters.npos : letters.find(_rest[1]);
-    if (letter == letters.npos) {
+    const std::size_t letter = _rest.size() < 2 ? LETTERS.npos : LETTERS.find(_rest[1]);
+    if (letter == LETTERS.npos) {
       return false;
     }
-    text.push_back(meanings[letter]);
+    text.push_back(MEANINGS[letter]);
     _rest.remove_prefix(2);
     return true;
   }
@@ -146,17 +146,17 @@ class Reader {
   }
 
   std::optional<char32_t> _take_code_unit() {
-    static constexpr std::size_t length = std::string_view("\\uNNNN").size();
-    if (!_rest.starts_with("\\u") || _rest.size() < length) {
+    static constexpr std::size_t LENGTH = std::string_view("\\uNNNN").size();
+    if (!_rest.starts_with("\\u") || _rest.size() < LENGTH) {
       return std::nullopt;
     }
     std::uint16_t unit = 0;
-    const char* end = _rest.data() + length;
+    const char* end = _rest.data() + LENGTH;
     const auto [stopped, error] = std::from_chars(_rest.data() + 2, end, unit, 16);
     if (error != std::errc() || stopped != end) {
       return std::nullopt;
     }
-    _rest.remove_prefix(length);
+    _rest.remove_prefix(LENGTH);
     return unit;
   }
 
@@ -164,26 +164,26 @@ class Reader {
 };
 
 void append_code_unit(std::string& text, char32_t unit) {
-  static constexpr std::string_view hexadecimal = "0123456789abcdef";
+  static constexpr std::string_view HEXADECIMAL = "0123456789abcdef";
   text.append("\\u");
   for (const unsigned shift : {12U, 8U, 4U, 0U}) {
-    text.push_back(hexadecimal[(unit >> shift) & 0xfU]);
+    text.push_back(HEXADECIMAL[(unit >> shift) & 0xfU]);
   }
 }
 
 void append_character(std::string& text, const Utf8Character& character) {
-  static constexpr std::string_view escaped = "\"\\\b\f\n\r\t";
-  static constexpr std::string_view letters = "\"\\bfnrt";
+  static constexpr std::string_view ESCAPED = "\"\\\b\f\n\r\t";
+  static constexpr std::string_view LETTERS = "\"\\bfnrt";
   const auto [point, valid] = character;
   const std::size_t letter =
-      point < 0x80 ? escaped.find(static_cast<char>(point)) : std::string_view::npos;
+      point < 0x80 ? ESCAPED.find(static_cast<char>(point)) : std::string_view::npos;
   if (!valid) {
     append_code_unit(text, ESCAPED_BYTE + point);
   } else if (point >= 0x10000) {
     append_code_unit(text, 0xd800 + ((point - 0x10000) >> 10U));
     append_code_unit(text, 0xdc00 + ((point - 0x10000) & 0x3ffU));
   } else if (letter != std::string_view::npos) {
-    text.append({'\\', letters[letter]});
+    text.append({'\\', LETTERS[letter]});
   } else if (point < 0x20 || point >= 0x7f) {
     append_code_unit(text, point);
   } else {

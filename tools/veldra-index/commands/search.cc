@@ -165,11 +165,41 @@ int search(const Options& options, const SearchRequest& request) {
                     "nothing found");
 }
 
+std::vector<Argument> arguments_of(SearchRequest* request) {
+  SearchOptions* const query = &request->query;
+  return {
+      {"TEXT", "", "What to look for", &query->text, true},
+      {"-F,--fixed", "", "TEXT as it stands, whatever is in it", &request->fixed},
+      {"-e,--regex", "", "TEXT is a regular expression (RE2)", &request->regex},
+      {"--fts", "", "TEXT is the full-text syntax of SQLite", &request->full_text},
+      {"-s,--case-sensitive", "", "Letter case counts", &query->case_counts},
+      {"-i,--ignore-case", "", "Letter case does not count: the default", &request->ignore_case},
+      {"-w,--word", "", "Only whole words", &query->whole_words},
+      {"--path", "PATTERN", "Only files whose path matches, such as 'src/**/*.h', or is below",
+       &query->path},
+      {"--lang", "LANGUAGE", "Only files of this language, as stats names it", &query->language},
+      {.names = "-n,--limit",
+       .value = "N",
+       .text = "At most so many lines, or files with -l and -c",
+       .target = &request->limit,
+       .range = {{1, MOST_ANSWERS}},
+       .standard = "20; with -l and -c all"},
+      {.names = "-C,--context",
+       .value = "N",
+       .text = "Lines to show around each hit",
+       .target = &request->context,
+       .range = {{0, MOST_CONTEXT}},
+       .standard = "1; 0 in a pipe"},
+      {"-l,--files", "", "Only the files, not the lines", &request->only_files},
+      {"-c,--count", "", "Only how many lines of each file", &request->only_counts},
+      {"--vimgrep", "", "A line per place: file:line:column:text", &request->places},
+      update_argument(&request->update)};
+}
+
 }  // namespace
 
 Command search_command(const Options& options) {
   const auto request = std::make_shared<SearchRequest>();
-  SearchOptions* const query = &request->query;
   return {
       .name = "search",
       .summary = "Find text in the files",
@@ -187,35 +217,7 @@ Command search_command(const Options& options) {
                    {"veldra-index search -e 'open_\\w+\\(' --lang C", "a regular expression"},
                    {"veldra-index search --fts 'open NEAR file'",
                     "the full-text syntax of SQLite"}},
-      .arguments = {{"TEXT", "", "What to look for", &query->text, true},
-                    {"-F,--fixed", "", "TEXT as it stands, whatever is in it", &request->fixed},
-                    {"-e,--regex", "", "TEXT is a regular expression (RE2)", &request->regex},
-                    {"--fts", "", "TEXT is the full-text syntax of SQLite", &request->full_text},
-                    {"-s,--case-sensitive", "", "Letter case counts", &query->case_counts},
-                    {"-i,--ignore-case", "", "Letter case does not count: the default",
-                     &request->ignore_case},
-                    {"-w,--word", "", "Only whole words", &query->whole_words},
-                    {"--path", "PATTERN",
-                     "Only files whose path matches, such as 'src/**/*.h', or is below",
-                     &query->path},
-                    {"--lang", "LANGUAGE", "Only files of this language, as stats names it",
-                     &query->language},
-                    {.names = "-n,--limit",
-                     .value = "N",
-                     .text = "At most so many lines, or files with -l and -c",
-                     .target = &request->limit,
-                     .range = {{1, MOST_ANSWERS}},
-                     .standard = "20; with -l and -c all"},
-                    {.names = "-C,--context",
-                     .value = "N",
-                     .text = "Lines to show around each hit",
-                     .target = &request->context,
-                     .range = {{0, MOST_CONTEXT}},
-                     .standard = "1; 0 in a pipe"},
-                    {"-l,--files", "", "Only the files, not the lines", &request->only_files},
-                    {"-c,--count", "", "Only how many lines of each file", &request->only_counts},
-                    {"--vimgrep", "", "A line per place: file:line:column:text", &request->places},
-                    update_argument(&request->update)},
+      .arguments = arguments_of(request.get()),
       .exit_status = "1 when nothing was found",
       .asks = true,
       .run = [&options, request] { return search(options, *request); },

@@ -11,13 +11,11 @@
 
 namespace veldra {
 
-Compaction Database::_convert_to_incremental(const _Space& space) {
-  using Clock = std::chrono::steady_clock;
+std::optional<Compaction> Database::_refuse_conversion(std::int64_t used, const IndexFile* file) {
   if (_conversion_failed) {
     return _skip_compaction("failed",
                             "an earlier conversion failed or changed nothing: not retried");
   }
-  const std::int64_t used = space.used_bytes();
   if (used > COMPACT_CONVERT_MAX_BYTES) {
     return _skip_compaction("large",
                             "too large to convert in place: " + std::to_string(used / _MIB) +
@@ -29,11 +27,17 @@ Compaction Database::_convert_to_incremental(const _Space& space) {
     return _skip_compaction(
         "readers", "no read connections: a query would wait for the lock the conversion holds");
   }
-  const std::shared_ptr<const IndexFile> file = _file.load();
-  if (!file) return _skip_compaction("closed", "the database is closed");
+  if (file == nullptr) return _skip_compaction("closed", "the database is closed");
   if (const auto shortfall = _disk_shortfall(file->path().parent_path(), used)) {
     return _skip_compaction("disk", *shortfall);
   }
+  return std::nullopt;
+}
+
+Compaction Database::_convert_to_incremental(const _Space& space) {
+  using Clock = std::chrono::steady_clock;
+  const std::shared_ptr<const IndexFile> file = _file.load();
+  if (const auto refused = _refuse_conversion(space.used_bytes(), file.get())) return *refused;
   const Clock::time_point started = Clock::now();
   const std::int64_t size_before = disk().file_size(file->path());
   _Space after{};
