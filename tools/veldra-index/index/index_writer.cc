@@ -12,20 +12,39 @@
 namespace veldra::tool {
 namespace {
 
-constexpr std::string_view INSERT_SYMBOL =
-    "INSERT INTO symbols (id, file_id, name, fqn, kind, start_line, end_line, parent_id)"
-    " VALUES (?, ?, ?, ?, ?, ?, ?, ?)";
-constexpr std::string_view INSERT_CHUNK =
-    "INSERT INTO code_chunks (rowid, text, start_line, end_line, exact) VALUES (?, ?, ?, ?, ?)";
-constexpr std::string_view INSERT_EXTERNAL =
-    "INSERT INTO external_imports (file_id, module, line) VALUES (?, ?, ?)";
-constexpr std::string_view INSERT_EDGE =
-    "INSERT INTO edges (source_id, target_id, kind, line) VALUES (?, ?, 'import', ?)";
+constexpr std::string_view SYMBOL_COLUMNS =
+    "symbols (id, file_id, name, fqn, kind, start_line, end_line, parent_id)";
+constexpr std::string_view CHUNK_COLUMNS = "code_chunks (rowid, text, start_line, end_line, exact)";
+constexpr std::string_view EXTERNAL_COLUMNS = "external_imports (file_id, module, line)";
+constexpr std::string_view EDGE_COLUMNS = "edges (source_id, target_id, kind, line)";
+
+/// Where foreign keys are in force: a statement of several rows that may break one begins with a
+/// savepoint, and at each FTS5 writes what it has gathered.
+constexpr std::size_t ONE_ROW = 1;
+constexpr std::size_t ROWS_AT_ONCE = 64;
+
+/// OR FAIL, which needs no savepoint either: after an error the whole transaction is undone.
+std::string insert_of(std::string_view columns, std::size_t rows) {
+  const auto count = static_cast<std::size_t>(std::ranges::count(columns, ',')) + 1;
+  std::string row = "(?";
+  for (std::size_t column = 1; column < count; ++column) row += ", ?";
+  row += ')';
+  std::string sql = "INSERT OR FAIL INTO " + std::string(columns) + " VALUES " + row;
+  while (--rows > 0) sql += ", " + row;
+  return sql;
+}
+
+bool has_files(Cursor& cursor) {
+  cursor.execute("SELECT EXISTS (SELECT 1 FROM files)");
+  return cursor.fetchone().value()[0].as_integer() != 0;
+}
 
 std::int64_t next_id(Cursor& cursor, std::string_view table) {
   cursor.execute("SELECT coalesce(max(id), 0) + 1 FROM " + std::string(table));
   return cursor.fetchone().value()[0].as_integer();
 }
+
+constexpr std::string_view IMPORT_KIND = "import";
 
 Value line_or_null(int line) {
   return line > 0 ? Value(line) : Value();
@@ -33,10 +52,24 @@ Value line_or_null(int line) {
 
 }  // namespace
 
+RowBuffer::RowBuffer(std::string_view columns, std::size_t rows_at_once)
+    : _one_row(insert_of(columns, 1)),
+      _many_rows(insert_of(columns, rows_at_once)),
+      _columns(static_cast<std::size_t>(std::ranges::count(_one_row, '?'))),
+      _rows(1, Params(_columns * rows_at_once)) {}
+
+void RowBuffer::_run(Cursor& cursor) {
+  cursor.executemany(_many_rows, _rows);
+  _used = 0;
+}
+
 void RowBuffer::flush(Cursor& cursor) {
-  if (_used == 0) return;
-  _rows.resize(_used);
-  cursor.executemany(_sql, _rows);
+  const auto begin = std::make_move_iterator(_rows.front().begin());
+  ParamsList rows;
+  for (std::size_t at = 0; at < _used; at += _columns)
+    rows.emplace_back(begin + static_cast<std::ptrdiff_t>(at),
+                      begin + static_cast<std::ptrdiff_t>(at + _columns));
+  cursor.executemany(_one_row, rows);
   _used = 0;
 }
 
@@ -46,10 +79,11 @@ IndexWriter::IndexWriter(Cursor& cursor, const std::vector<std::string_view>& pa
       _paths(paths),
       _manifests(std::move(manifests)),
       _resolver(paths, _manifests),
-      _symbols(INSERT_SYMBOL),
-      _chunks(INSERT_CHUNK),
-      _external(INSERT_EXTERNAL),
-      _edges(INSERT_EDGE) {
+      _had_files(has_files(cursor)),
+      _symbols(SYMBOL_COLUMNS, _had_files ? ONE_ROW : ROWS_AT_ONCE),
+      _chunks(CHUNK_COLUMNS, ONE_ROW),
+      _external(EXTERNAL_COLUMNS, _had_files ? ONE_ROW : ROWS_AT_ONCE),
+      _edges(EDGE_COLUMNS, _had_files ? ONE_ROW : ROWS_AT_ONCE) {
   _load();
 }
 
@@ -58,7 +92,6 @@ void IndexWriter::_load() {
   while (const std::optional<Row> row = _cursor.fetchone()) {
     _files.emplace((*row)[0].as_text(), File{(*row)[1].as_integer(), 0});
   }
-  _had_files = !_files.empty();
   _cursor.execute("SELECT name, id FROM components");
   for (const Row& row : _cursor.fetchall()) {
     _components.emplace(row[0].as_text(), row[1].as_integer());
@@ -147,8 +180,8 @@ IndexWriter::File IndexWriter::_write_file(const ParsedFile& file) {
   }
   if (_anchor_of(row) == 0) {
     row.anchor = _next_symbol++;
-    _symbols.add(row.anchor, row.id, file_name_of(file.path), file.path, ANCHOR_KIND, 1, file.lines,
-                 nullptr);
+    _symbols.add(_cursor, row.anchor, row.id, file_name_of(file.path), file.path, ANCHOR_KIND, 1,
+                 file.lines, nullptr);
   } else {
     _cursor.execute("UPDATE symbols SET end_line = ? WHERE id = ?", {file.lines, row.anchor});
   }
@@ -162,10 +195,9 @@ void IndexWriter::_write_symbols(const ParsedFile& file, const File& row) {
     const Value parent = symbol.parent == Symbol::NO_PARENT
                              ? Value()
                              : Value(first + static_cast<std::int64_t>(symbol.parent));
-    _symbols.add(_next_symbol++, row.id, symbol.name, symbol.fqn, symbol.kind,
+    _symbols.add(_cursor, _next_symbol++, row.id, symbol.name, symbol.fqn, symbol.kind,
                  line_or_null(symbol.start_line), line_or_null(symbol.end_line), parent);
   }
-  _symbols.flush(_cursor);
 }
 
 void IndexWriter::_write_imports(const ParsedFile& file, const File& row) {
@@ -178,24 +210,22 @@ void IndexWriter::_write_imports(const ParsedFile& file, const File& row) {
           {row.id, row.anchor, _files.find(file.path)->first, std::move(targets), import});
     }
   }
-  _external.flush(_cursor);
 }
 
 /// Once for all that a statement takes from a module.
 void IndexWriter::_add_external(std::int64_t file, const Import& import) {
   std::tuple<std::int64_t, std::string, int> last(file, import.module, import.line);
   if (_last_external == last) return;
-  _external.add(file, import.module, line_or_null(import.line));
+  _external.add(_cursor, file, import.module, line_or_null(import.line));
   _last_external = std::move(last);
 }
 
 void IndexWriter::_write_chunks(const ParsedFile& file, const File& row) {
   std::int64_t ordinal = 0;
   for (const Chunk& chunk : file.chunks) {
-    _chunks.add(row.id * CHUNKS_PER_FILE + ordinal++, chunk.text, chunk.start_line, chunk.end_line,
-                chunk.exact);
+    _chunks.add(_cursor, row.id * CHUNKS_PER_FILE + ordinal++, chunk.text, chunk.start_line,
+                chunk.end_line, chunk.exact);
   }
-  _chunks.flush(_cursor);
 }
 
 /// Where an import's file turned out to be no text, the best one of those that are.
@@ -224,6 +254,7 @@ void IndexWriter::_resolve_among_indexed() {
 }
 
 void IndexWriter::finish() {
+  _symbols.flush(_cursor);
   _resolve_among_indexed();
   std::set<std::tuple<std::int64_t, std::int64_t, int>> added;  // once per line and file
   for (const PendingImport& import : _pending) {
@@ -233,7 +264,8 @@ void IndexWriter::finish() {
       if (target == _files.end() || _anchor_of(target->second) == 0) continue;
       found = true;
       if (added.emplace(import.anchor, target->second.anchor, import.import.line).second)
-        _edges.add(import.anchor, target->second.anchor, line_or_null(import.import.line));
+        _edges.add(_cursor, import.anchor, target->second.anchor, IMPORT_KIND,
+                   line_or_null(import.import.line));
     }
     if (!found) _add_external(import.file, import.import);
   }

@@ -16,26 +16,29 @@
 
 namespace veldra::tool {
 
-/// Rows on their way into one statement, in memory that is used again.
+/// Rows on their way into a table, some in one statement: each costs less so.
 class RowBuffer {
  public:
-  explicit RowBuffer(std::string_view sql) : _sql(sql) {}
+  /// `columns` are the table's name and, in brackets, those that are given values.
+  RowBuffer(std::string_view columns, std::size_t rows_at_once);
 
-  /// Call it once per row, with as many values as the statement has placeholders.
+  /// Call it once per row, with a value for each column.
   template <typename... Values>
-  void add(Values&&... values) {
-    if (_used == _rows.size()) _rows.emplace_back(sizeof...(values));
-    std::size_t column = 0;
-    Params& row = _rows[_used++];
-    ((row[column++] = Value(std::forward<Values>(values))), ...);
+  void add(Cursor& cursor, Values&&... values) {
+    ((_rows.front()[_used++] = Value(std::forward<Values>(values))), ...);
+    if (_used == _rows.front().size()) _run(cursor);
   }
 
-  /// Runs the statement for every row, in order.
+  /// What has not gone into the table yet.
   void flush(Cursor& cursor);
 
  private:
-  std::string_view _sql;
-  ParamsList _rows;
+  void _run(Cursor& cursor);
+
+  const std::string _one_row;  // as SQL
+  const std::string _many_rows;
+  const std::size_t _columns;
+  ParamsList _rows;  // all in one list of parameters, in memory that is used again
   std::size_t _used = 0;
 };
 
@@ -104,7 +107,7 @@ class IndexWriter {
   std::int64_t _next_file = 1;
   std::int64_t _next_symbol = 1;
   std::int64_t _next_component = 1;
-  bool _had_files = false;
+  const bool _had_files;
 
   RowBuffer _symbols;
   RowBuffer _chunks;
