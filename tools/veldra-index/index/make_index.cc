@@ -60,6 +60,7 @@ NewIndex make_index(std::optional<OpenIndex>& index, const IndexPlace& place, co
     const StopInOrder stop_in_order;
     staging.fill([&](Cursor& cursor) {
       made.result = run_pass(cursor, place, tree, everything(tree), limits);
+      if (!index) staging.start_writing();
     });
   }
   made.rows = put_in_place(index, staging, place, versions);

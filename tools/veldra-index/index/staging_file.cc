@@ -98,6 +98,13 @@ void StagingFile::fill(const std::function<void(Cursor&)>& body) {
   });
 }
 
+void StagingFile::start_writing() {
+  _file = FileDescriptor(::open(_path.c_str(), O_RDONLY | O_CLOEXEC));
+  // What it does not do is left to `publish`, which is also told of an error of the disk.
+  _writing = std::jthread(
+      [file = _file.get()] { (void)::sync_file_range(file, 0, 0, SYNC_FILE_RANGE_WRITE); });
+}
+
 bool StagingFile::publish(const std::filesystem::path& path) {
   if (has_journal(path)) return false;
   for (const std::string_view touch : FINISHING_TOUCHES) _database.execute(touch).close();

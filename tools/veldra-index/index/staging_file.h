@@ -2,9 +2,11 @@
 
 #include <filesystem>
 #include <functional>
+#include <thread>
 #include <utility>
 #include <vector>
 
+#include "veldra-index/process/file_descriptor.h"
 #include "veldra/storage/database.h"
 
 namespace veldra::tool {
@@ -35,6 +37,10 @@ class StagingFile {
   /// Runs `body` in one transaction; the file is complete then. Once.
   void fill(const std::function<void(Cursor&)>& body);
 
+  /// Has the disk write what is in the file by now, without waiting for it. For the end of a `body`
+  /// whose file is to be published: then less is left for the sync.
+  void start_writing();
+
   /// Makes the file the index at `path`, of generation 1 and synced, in one step that another
   /// process sees whole or not at all. False when that name, or that of a journal of it, is taken:
   /// then what has it stays, and a swap is the way. So it is where the file system cannot give a
@@ -62,6 +68,8 @@ class StagingFile {
 
   const std::filesystem::path _path;
   const Removal _removal;  // first: the database is closed before its file goes
+  FileDescriptor _file;    // closed after the database, which would lose its locks
+  std::jthread _writing;   // uses the file
   Database _database;
   std::vector<Row> _indexes;  // as the statements that drop and make them
 };
