@@ -22,7 +22,8 @@ CTAGS = ["ctags", "--quiet", "--options=NONE", "--output-format=json", "--sort=n
          "--extras=+rf-p"]
 # Those of the tool's staging file (tools/veldra-index/index/staging_file.cc), which is lost in a crash.
 PRAGMAS = ["page_size = 8192", "auto_vacuum = INCREMENTAL", "journal_mode = OFF", "synchronous = OFF",
-           "main.locking_mode = EXCLUSIVE", "cache_size = -65536"]
+           "main.locking_mode = EXCLUSIVE", "cache_size = -16384"]
+SORTING_CACHE = "PRAGMA main.cache_size = -2048"
 FULL_TEXT_OPTIONS = ("INSERT INTO code_chunks (code_chunks, rank)"
                      " VALUES ('hashsize', 2097152), ('automerge', 8)")
 
@@ -41,7 +42,8 @@ def ctags_seconds(tree, index, work):
         paths = [path for (path,) in database.execute("SELECT path FROM files ORDER BY path")]
     (work / "files").write_text("".join(path + "\n" for path in paths), encoding="utf-8")
     (work / "tags").unlink(missing_ok=True)  # ctags does not overwrite what is not of its usual format
-    return seconds([*CTAGS, "-f", work / "tags", "-L", work / "files"], cwd=tree)[1]
+    return seconds([*CTAGS, "-f", work / "tags", "-L", work / "files"], cwd=tree,
+                   stderr=subprocess.DEVNULL)[1]
 
 
 def sqlite_seconds(index, copy):
@@ -64,6 +66,7 @@ def sqlite_seconds(index, copy):
             names = [row[1] for row in database.execute(f"PRAGMA old.table_info({name})")]
             columns = ", ".join((["rowid"] if name == "code_chunks" else []) + names)
             database.execute(f"INSERT INTO main.{name} ({columns}) SELECT {columns} FROM old.{name}")
+    database.execute(SORTING_CACHE)
     for kind, _, sql in schema:
         if kind != "table":
             database.execute(sql)

@@ -34,6 +34,34 @@ TEST(IndexWriterTest, ARemovedFileTakesItsErrorsWithIt) {
       << "errors of a file that is gone, or that were replaced, stay";
 }
 
+TEST(IndexWriterTest, EveryRowArrivesHoweverManyGoIntoOneStatement) {
+  const std::vector<std::string_view> paths = {"a.c"};
+  for (const int count : {1, 63, 64, 130}) {
+    TempDatabase database;
+    ParsedFile file;
+    file.path = paths.front();
+    file.tags = std::string(200, 'x');  // where the names lie
+    for (int at = 0; at < count; ++at) {
+      const auto parent = static_cast<std::size_t>(at) - 1;  // NO_PARENT for the first
+      const std::string_view name =
+          std::string_view(file.tags).substr(static_cast<std::size_t>(at));
+      file.symbols.push_back({name, name, "function", at + 1, 0, parent});
+      file.imports.push_back({std::to_string(at), {}, at + 1, true});
+    }
+    database.db.transaction([&](Cursor& cursor) {
+      IndexWriter writer(cursor, paths, {});
+      writer.add(file);
+      writer.finish();
+    });
+    EXPECT_EQ(dump(database.db,
+                   "SELECT count(DISTINCT fqn) FROM symbols WHERE kind = 'function'"
+                   " AND ifnull(parent_id, 1) = id - 1 AND start_line = id - 1"),
+              std::to_string(count));
+    EXPECT_EQ(dump(database.db, "SELECT count(DISTINCT module) FROM external_imports"),
+              std::to_string(count));
+  }
+}
+
 TEST(BuildLockTest, IsHeldByOneWhateverItsFileGoesThrough) {
   const TempDirectory directory;
   const IndexPlace place{directory.path(), directory / "index.db"};
