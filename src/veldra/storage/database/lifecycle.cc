@@ -40,8 +40,9 @@ std::optional<std::string> digits_of(std::string_view text) {
 /// the pragma would change nothing, and yet take the write lock and commit: nobody could open the
 /// file while somebody writes, and every open would void the page caches of all.
 void ask_for_incremental_auto_vacuum(Connection& writer) {
-  if (pragma_value(writer, "page_count") == 0 ||
-      pragma_value(writer, "auto_vacuum") == _AUTO_VACUUM_FULL)
+  const std::int64_t mode = pragma_value(writer, "auto_vacuum");
+  if (mode == _AUTO_VACUUM_FULL ||
+      (mode == _AUTO_VACUUM_NONE && pragma_value(writer, "page_count") == 0))
     writer.execute("PRAGMA auto_vacuum=INCREMENTAL");
 }
 

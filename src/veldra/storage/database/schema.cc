@@ -60,11 +60,10 @@ std::optional<PageRewriteOutcome> Database::_try_to_rewrite_pages() {
   const std::shared_ptr<ReaderPool> readers = _readers.load();
   std::optional<Holding> holding(std::in_place, *this, "migrate_schema");
   const std::shared_ptr<Connection> writer = _writer_in_place();
-  const _Space space = _space(*writer);
-  if (space.page_size >= PAGE_SIZE) return PageRewriteOutcome{};
+  if (pragma_value(*writer, "page_size") >= PAGE_SIZE) return PageRewriteOutcome{};
   CallersCode::refuse(*this, "a rewrite of the index file's pages");
   const std::optional<std::string> why_not =
-      _disk_shortfall(_file.load()->path().parent_path(), space.used_bytes());
+      _disk_shortfall(_file.load()->path().parent_path(), _space(*writer).used_bytes());
 
   const bool in_transaction = _tx_depth > 0;  // of this thread: SQLite will refuse
   struct Reopening {
