@@ -245,6 +245,61 @@ void show_bounds(const Fleet& fleet, std::size_t threads) {
   for (const std::size_t max_open : {64U, 256U, 1024U}) show_bound(fleet, threads, max_open);
 }
 
+// What a database keeps that nobody asks for any more -------------------------------------------
+
+constexpr Size LARGE = {.files = 500, .symbols = 20'000, .edges = 30'000, .chunks = 500};
+constexpr const char* SCAN =
+    "SELECT sum(length(name)), max(line) FROM symbols, edges ON source_id = symbols.id";
+
+/// Fills the page caches of that many read connections, and of the writer.
+void fill_caches(Database& db, int readers) {
+  if (readers == 0) {
+    db.transaction([](Cursor& cursor) {
+      cursor.execute(SCAN);
+      cursor.fetchall();
+    });
+    return;
+  }
+  db.snapshot([&](Snapshot& snapshot) {
+    snapshot.fetchall(SCAN);
+    fill_caches(db, readers - 1);
+  });
+}
+
+void show_idle() {
+  constexpr std::size_t COUNT = 40;
+  const TempDirectory directory;
+  std::vector<fs::path> paths = {directory / "original.db"};
+  make_index(paths[0], LARGE);
+  while (paths.size() <= COUNT)
+    paths.push_back(copy_index(paths[0], directory / (std::to_string(paths.size()) + ".db")));
+
+  std::printf(
+      "\n| An open index of %ju KiB | descriptors | memory | the next open |\n|---|---|---|---|\n",
+      fs::file_size(paths[0]) / 1024);
+  DatabaseCache cache(paths.size());
+  const auto last = cache.open(paths[0]);
+  const Usage before = usage();
+  const auto show = [&](const char* when, double seconds) {
+    const Usage now = usage();
+    std::printf("| %s | %.1f | %.0f KiB | %s |\n", when,
+                (now.descriptors - before.descriptors) / COUNT,
+                (now.bytes - before.bytes) / COUNT / 1024, as_time(seconds).c_str());
+    (void)std::fflush(stdout);
+  };
+  const auto time_open = [&] {
+    const Clock::time_point start = Clock::now();
+    cache.open(paths[0]);
+    return seconds_since(start);
+  };
+  for (std::size_t i = 1; i <= COUNT; ++i) fill_caches(*cache.open(paths[i]), reader_count());
+  show("after large queries", time_open());
+  std::this_thread::sleep_for(std::chrono::seconds(62));
+  const double first = time_open();
+  for (std::size_t i = 0; i < COUNT; ++i) time_open();
+  show("a minute later", first);
+}
+
 int run(std::size_t repositories, std::size_t threads) {
   spdlog::default_logger()->set_level(spdlog::level::warn);
   rlimit descriptors{};
@@ -258,6 +313,7 @@ int run(std::size_t repositories, std::size_t threads) {
               fs::file_size(fleet[0]) / 1024, seconds_since(start), threads);
   show_bounds(fleet, threads);
   show_cost_of_opening(fleet);
+  show_idle();
   return 0;
 }
 

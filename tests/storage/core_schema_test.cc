@@ -32,6 +32,20 @@ TEST(CoreSchemaTest, ManyWhoOpenAFileAtOnceAllEndWithACompleteOne) {
   }
 }
 
+TEST(CoreSchemaTest, WhatIsThereIsKnownByItsTypeAndItsNameInAnyCase) {
+  TempDatabase db;
+  for (const char* const sql :
+       {"DROP INDEX symbols_by_name", "CREATE INDEX Symbols_By_Name ON symbols (name)",
+        "DROP INDEX edges_by_source",
+        "CREATE TRIGGER edges_by_source DELETE ON edges BEGIN SELECT 1; END"})
+    db->execute(sql);
+  db->create_schema();
+  EXPECT_EQ(dump(*db,
+                 "SELECT type, name FROM sqlite_master"
+                 " WHERE lower(name) IN ('symbols_by_name', 'edges_by_source') ORDER BY 1, 2"),
+            "index|Symbols_By_Name\nindex|edges_by_source\ntrigger|edges_by_source");
+}
+
 TEST(CoreSchemaTest, DeletingAFileTakesWhatBelongsToItAndNothingElse) {
   TempDatabase db;
   constexpr std::int64_t big = std::int64_t{1} << 33;

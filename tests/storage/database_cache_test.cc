@@ -1,7 +1,10 @@
 // Databases are opened once, shared while they are held, and closed when there are too many.
 #include "veldra/storage/database_cache.h"
 
+#include <sqlite3.h>
+
 #include <fstream>
+#include <map>
 
 #include "support/database_test.h"
 
@@ -51,10 +54,16 @@ TEST_F(DatabaseCacheTest, TooManyAreClosedAmongThoseThatNobodyHoldsTheLongestRet
   EXPECT_FALSE(is_open("a")) << "returned before";
   EXPECT_TRUE(is_open("b") && is_open("c"));
   EXPECT_EQ(cache.size(), 2U);
+  b = cache.open(path("b"));
+  b->close();
+  c.reset();
+  cache.open(path("a"));
+  EXPECT_TRUE(is_open("a") && is_open("c")) << "one that its holder has closed was counted";
 }
 
 TEST_F(DatabaseCacheTest, OpeningOneFileIsDoneOnceAndMakesNobodyWaitForAnother) {
-  DatabaseCache cache(4);
+  DatabaseCache cache(2);
+  cache.open(path("early"));
   {
     // Whoever opens it first needs the write lock for its schema.
     Connection other(path("slow"));
@@ -65,6 +74,7 @@ TEST_F(DatabaseCacheTest, OpeningOneFileIsDoneOnceAndMakesNobodyWaitForAnother) 
       opening.push_back(std::async(std::launch::async, [&] { return cache.open(path("slow")); }));
     EXPECT_FALSE(finished(opening[1], 50ms));
     EXPECT_NE(cache.open(path("quick")), nullptr);
+    EXPECT_TRUE(is_open("early")) << "closed for one that was not open yet";
     other.execute("ROLLBACK");
     EXPECT_EQ(opening[0].get(), opening[1].get());
   }
@@ -72,6 +82,32 @@ TEST_F(DatabaseCacheTest, OpeningOneFileIsDoneOnceAndMakesNobodyWaitForAnother) 
   for (int i = 0; i < 2; ++i) EXPECT_THROW(cache.open(path("text")), Error);
   std::filesystem::remove(path("text"));
   EXPECT_NO_THROW(cache.open(path("text"))) << "a failure was kept";
+}
+
+TEST_F(DatabaseCacheTest, WhatNobodyHoldsForAWhileGivesMemoryBackAndAnswersAsBefore) {
+  const auto cached = [](Connection& connection) {
+    int bytes = 0, highest = 0;
+    sqlite3_db_status(connection.handle(), SQLITE_DBSTATUS_CACHE_USED, &bytes, &highest, 0);
+    return bytes;
+  };
+  DatabaseCache cache = Access::cache(4, 0ms);
+  std::map<std::string, std::shared_ptr<Database>> held;
+  std::map<std::string, int> of_writer, of_reader;
+  for (const char* const name : {"held", "idle"}) {
+    Database& db = *(held[name] = cache.open(path(name)));
+    db.snapshot([&](Snapshot&) { EXPECT_EQ(db.get_stats().at("files"), 0); });
+    of_writer[name] = cached(*db.connection());
+    of_reader[name] = cached(*Access::readers(db)->lease());
+  }
+  const Database& idle = *held["idle"];
+  held.erase("idle");
+  cache.open(path("another"));
+  EXPECT_EQ(held["held"]->activity().readers_open, 2) << "of one that is held";
+  EXPECT_EQ(idle.activity().readers_open, 1);
+  EXPECT_EQ(cached(*held["held"]->connection()), of_writer["held"]);
+  EXPECT_LT(cached(*idle.connection()), of_writer["idle"]);
+  EXPECT_LT(cached(*Access::readers(idle)->lease()), of_reader["idle"]);
+  EXPECT_EQ(cache.open(path("idle"))->get_stats().at("files"), 0);
 }
 
 TEST_F(DatabaseCacheTest, ClosesAllAndLeavesToItsHoldersWhatTheyHold) {

@@ -39,6 +39,24 @@ TEST_F(ReaderPoolTest, OpensWhatIsNeededAndLendsTheLastReturnedFirst) {
               ThrowsMessage<OperationalError>("attempt to write a readonly database"));
 }
 
+TEST_F(ReaderPoolTest, ClosesThoseThatWereNotLentForAWhileButOneAndNoneThatIsLent) {
+  for (const auto& [idle_time, kept] : {std::pair(0ms, 1), std::pair(1h + 0ms, 3)}) {
+    ReaderPool pool(path, 3, count, idle_time);
+    {
+      const ReaderPool::Lease first = pool.lease();
+      const ReaderPool::Lease second = pool.lease();
+      { const ReaderPool::Lease third = pool.lease(); }
+      pool.give_back_memory();
+      EXPECT_EQ(pool.use().open, 3);
+    }
+    EXPECT_EQ(pool.use().open, kept);
+    pool.give_back_memory();
+    EXPECT_EQ(pool.use().open, 1);
+    EXPECT_EQ(pool.use().lent, 0);
+    EXPECT_NO_THROW((void)pool.lease());
+  }
+}
+
 TEST_F(ReaderPoolTest, AWaitingThreadIsServedUntilCloseRefusesItAndOutlastsTheLoan) {
   // this thread     waiter           closer
   // lease()
@@ -116,24 +134,32 @@ TEST_F(ReaderPoolTest, AConnectionThatMetDamageIsNotLentAgain) {
 
 TEST_F(ReaderPoolTest, EveryThreadThatClosesWaitsUntilAllIsClosed) {
   // The last connection of all deletes the log: who closes the writer after the pool relies on it.
-  std::promise<void> closing;
-  std::promise<void> go_on;
-  std::function<void()> meet = [&] { closing.set_value(), go_on.get_future().wait(); };
   const auto at_close = [](unsigned /*event*/, void* run, void*, void*) {
     (*static_cast<std::function<void()>*>(run))();
     return 0;
   };
-  ReaderPool pool(path, 1, [&](Connection& connection) {
-    sqlite3_trace_v2(connection.handle(), SQLITE_TRACE_CLOSE, at_close, &meet);
-  });
-  (void)pool.lease();
-  const auto first = std::async(std::launch::async, [&] { pool.close(); });
-  ASSERT_TRUE(finished(closing.get_future()));
-  const auto second = std::async(std::launch::async, [&] { pool.close(); });
-  EXPECT_FALSE(finished(second, 50ms)) << "returned while another thread was closing a connection";
-  go_on.set_value();
-  EXPECT_TRUE(finished(first));
-  EXPECT_TRUE(finished(second));
+  for (const auto way : {&ReaderPool::close, &ReaderPool::give_back_memory}) {
+    std::promise<void> closing;
+    std::promise<void> go_on;
+    bool met = false;
+    std::function<void()> meet = [&] {
+      if (!std::exchange(met, true)) closing.set_value(), go_on.get_future().wait();
+    };
+    ReaderPool pool(path, 2, [&](Connection& connection) {
+      sqlite3_trace_v2(connection.handle(), SQLITE_TRACE_CLOSE, at_close, &meet);
+    });
+    {
+      const ReaderPool::Lease one = pool.lease();
+      const ReaderPool::Lease other = pool.lease();
+    }
+    const auto first = std::async(std::launch::async, [&] { (pool.*way)(); });
+    ASSERT_TRUE(finished(closing.get_future()));
+    const auto second = std::async(std::launch::async, [&] { pool.close(); });
+    EXPECT_FALSE(finished(second, 50ms)) << "returned while another was closing a connection";
+    go_on.set_value();
+    EXPECT_TRUE(finished(first));
+    EXPECT_TRUE(finished(second));
+  }
 }
 
 }  // namespace

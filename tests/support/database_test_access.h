@@ -1,9 +1,12 @@
 #pragma once
 
+#include <chrono>
+#include <cstddef>
 #include <memory>
 #include <thread>
 
 #include "veldra/storage/database.h"
+#include "veldra/storage/database_cache.h"
 #include "veldra/storage/database_internal.h"
 
 namespace veldra {
@@ -14,6 +17,10 @@ struct DatabaseTestAccess {
   static std::thread::id tx_owner(const Database& db) { return db._tx_owner; }
   static std::shared_ptr<ReaderPool> readers(const Database& db) { return db._readers.load(); }
   static FairMutex& lock(Database& db) { return db._lock; }
+
+  static DatabaseCache cache(std::size_t max_open, std::chrono::milliseconds idle_time) {
+    return {max_open, idle_time};
+  }
 
   static _Space space(Connection& connection) { return Database::_space(connection); }
   static void bump_index_generation(Database& db, Cursor* cursor = nullptr) {

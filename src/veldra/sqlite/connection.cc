@@ -160,6 +160,11 @@ void Connection::close() {
   if (code != SQLITE_OK) _state->fail(code);
 }
 
+void Connection::release_memory() noexcept {
+  const auto guard = _state->lock_or_join();
+  if (_state->db != nullptr) sqlite3_db_release_memory(_state->db);
+}
+
 void Connection::set_busy_timeout(std::chrono::milliseconds timeout) noexcept {
   const auto guard = _state->lock_or_join();
   if (_state->db != nullptr) sqlite3_busy_timeout(_state->db, static_cast<int>(timeout.count()));

@@ -76,6 +76,10 @@ class VELDRA_EXPORT Connection {
   /// pragma ran on a `ReadOnly` connection: better not lent again.
   bool damaged() const noexcept;
 
+  /// Gives back the pages that it keeps in memory and does not need at this moment
+  /// (https://www.sqlite.org/c3ref/db_release_memory.html).
+  void release_memory() noexcept;
+
   /// How long a statement waits for a locked file before it throws; `BUSY_TIMEOUT` at first.
   void set_busy_timeout(std::chrono::milliseconds timeout) noexcept;
 

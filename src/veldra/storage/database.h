@@ -332,10 +332,14 @@ class VELDRA_EXPORT Database {
   Compaction compact();
 
  private:
+  friend class DatabaseCache;
   friend struct DatabaseTestAccess;
 
   // Lifecycle
   std::shared_ptr<ReaderPool> _open_readers(std::string_view journal_mode);
+  /// Of a database that nobody has asked for a while: closes its idle read connections but one, and
+  /// empties the page caches of that and of the writer. What is in use is left alone.
+  void _give_back_memory();
   /// For a write, or in place of a reader: outside a transaction only while its file is in place.
   /// Caller holds _lock.
   std::shared_ptr<Connection> _writer_in_place() const;

@@ -8,15 +8,21 @@
 #include <limits>
 #include <map>
 #include <mutex>
+#include <string>
 #include <utility>
 #include <vector>
 
 #include "veldra/errors.h"
+#include "veldra/platform/coarse_clock.h"
 
 namespace veldra {
 namespace {
 
 using Held = std::shared_ptr<Database>;
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::minutes IDLE_TIME{1};
 
 constexpr const char* CLOSED = "The database cache is closed.";
 
@@ -44,9 +50,12 @@ Held opened(const std::filesystem::path& path) {
 
 class DatabaseCache::Table : public std::enable_shared_from_this<Table> {
  public:
-  explicit Table(std::size_t max_open) : _max_open(max_open) {}
+  Table(std::size_t max_open, std::chrono::milliseconds idle_time)
+      : _max_open(max_open), _idle_time(idle_time) {}
 
   Held open(const std::string& path);
+  /// Of a database that nobody has held for a while: of one, because it takes up to some ms.
+  void give_back_memory();
   std::size_t size() const;
   void close();
   /// Forgets every file, because the cache goes; who holds one keeps it.
@@ -68,6 +77,11 @@ class DatabaseCache::Table : public std::enable_shared_from_this<Table> {
     Held database;                     // none until then
     std::weak_ptr<Loan> loan;          // none while nobody holds it
     std::uint64_t given_back = 0;      // the number of that return
+    Clock::time_point idle_since;      // its time
+    bool gave_memory_back = false;     // since then
+
+    bool is_open() const { return database && !database->closed(); }
+    bool is_idle() const { return is_open() && loan.expired(); }
   };
   using Entries = std::map<std::string, Entry, std::less<>>;
 
@@ -76,12 +90,16 @@ class DatabaseCache::Table : public std::enable_shared_from_this<Table> {
   void _take_back(const Database& database) noexcept;
   // With `_mutex` held:
   Held _lend(Entry& entry);
+  std::size_t _open_ones() const;
   std::vector<Held> _take_too_many();
 
   const std::size_t _max_open;
+  const std::chrono::milliseconds _idle_time;
   mutable std::mutex _mutex;  // guards the rest
   Entries _entries;
   std::uint64_t _returns = 0;
+  std::string _looked_at;  // the last whose memory was given back in this round; "" in none
+  Clock::time_point _next_round;
   bool _closed = false;
 };
 
@@ -93,7 +111,7 @@ Held DatabaseCache::Table::open(const std::string& path) {
     const std::lock_guard lock(_mutex);
     if (_closed) throw RuntimeError(CLOSED);
     Entry& entry = _entries[path];
-    if (entry.database && !entry.database->closed()) {
+    if (entry.is_open()) {
       Held held = _lend(entry);
       closing = _take_too_many();
       return held;
@@ -150,16 +168,22 @@ Held DatabaseCache::Table::_lend(Entry& entry) {
 void DatabaseCache::Table::_take_back(const Database& database) noexcept {
   const std::lock_guard lock(_mutex);
   const auto entry = _entries.find(database.db_path.native());
-  if (entry != _entries.end() && entry->second.database.get() == &database)
-    entry->second.given_back = ++_returns;
+  if (entry == _entries.end() || entry->second.database.get() != &database) return;
+  if (database.closed()) {  // by its holder
+    _entries.erase(entry);
+    return;
+  }
+  entry->second.given_back = ++_returns;
+  entry->second.idle_since = coarse_now();
+  entry->second.gave_memory_back = false;
 }
 
 std::vector<Held> DatabaseCache::Table::_take_too_many() {
   std::vector<Held> taken;
-  while (_entries.size() > _max_open) {
+  if (_entries.size() <= _max_open) return taken;  // usually: nothing to count
+  for (std::size_t open = _open_ones(); open > _max_open; --open) {
     const auto order = [](const Entries::value_type& it) {
-      const bool is_idle = it.second.database && it.second.loan.expired();
-      return is_idle ? it.second.given_back : std::numeric_limits<std::uint64_t>::max();
+      return it.second.is_idle() ? it.second.given_back : std::numeric_limits<std::uint64_t>::max();
     };
     const auto oldest = std::ranges::min_element(_entries, {}, order);
     if (order(*oldest) == std::numeric_limits<std::uint64_t>::max()) break;
@@ -169,11 +193,37 @@ std::vector<Held> DatabaseCache::Table::_take_too_many() {
   return taken;
 }
 
+void DatabaseCache::Table::give_back_memory() {
+  Held idle;
+  {
+    const std::lock_guard lock(_mutex);
+    const Clock::time_point now = coarse_now();
+    if (now < _next_round) return;
+    const auto found =
+        std::find_if(_entries.upper_bound(_looked_at), _entries.end(), [&](const auto& it) {
+          const Entry& entry = it.second;
+          return entry.is_idle() && !entry.gave_memory_back && now - entry.idle_since >= _idle_time;
+        });
+    if (found == _entries.end()) {
+      _looked_at.clear();
+      _next_round = now + _idle_time / 60;
+      return;
+    }
+    _looked_at = found->first;
+    found->second.gave_memory_back = true;
+    idle = found->second.database;
+  }
+  idle->_give_back_memory();
+}
+
 std::size_t DatabaseCache::Table::size() const {
   const std::lock_guard lock(_mutex);
-  return static_cast<std::size_t>(std::ranges::count_if(_entries, [](const auto& it) {
-    return it.second.database && !it.second.database->closed();
-  }));
+  return _open_ones();
+}
+
+std::size_t DatabaseCache::Table::_open_ones() const {
+  return static_cast<std::size_t>(
+      std::ranges::count_if(_entries, [](const auto& it) { return it.second.is_open(); }));
 }
 
 void DatabaseCache::Table::close() {
@@ -203,9 +253,11 @@ void DatabaseCache::Table::forget_all() {
   entries.swap(_entries);
 }
 
-DatabaseCache::DatabaseCache(std::size_t max_open) {
+DatabaseCache::DatabaseCache(std::size_t max_open) : DatabaseCache(max_open, IDLE_TIME) {}
+
+DatabaseCache::DatabaseCache(std::size_t max_open, std::chrono::milliseconds idle_time) {
   if (max_open == 0) throw ProgrammingError("a cache of no databases: max_open must be 1 or more");
-  _table = std::make_shared<Table>(max_open);
+  _table = std::make_shared<Table>(max_open, idle_time);
 }
 
 DatabaseCache::~DatabaseCache() {
@@ -213,7 +265,9 @@ DatabaseCache::~DatabaseCache() {
 }
 
 std::shared_ptr<Database> DatabaseCache::open(const std::filesystem::path& db_path) {
-  return _table->open(resolved(db_path).native());
+  Held database = _table->open(resolved(db_path).native());
+  _table->give_back_memory();
+  return database;
 }
 
 std::size_t DatabaseCache::size() const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <filesystem>
 #include <memory>
@@ -19,6 +20,9 @@ namespace veldra {
 /// symbolic link it is asked for; hard links are different files. What nobody holds stays open for
 /// the next who asks, until there are too many: then those that were given back longest ago are
 /// closed. One that is held is never closed, so more than the bound can be open.
+///
+/// What nobody has held for a minute gives memory back, one database at each `open` of any file: it
+/// keeps one read connection, and that and its writer empty their page caches.
 ///
 /// Thread safety: any member but destruction, from any thread. One mutex guards the table and is
 /// never held while a file is opened or closed: opening one makes nobody wait who asks for another.
@@ -49,7 +53,10 @@ class VELDRA_EXPORT DatabaseCache {
   void close();
 
  private:
+  friend struct DatabaseTestAccess;
   class Table;
+
+  DatabaseCache(std::size_t max_open, std::chrono::milliseconds idle_time);
 
   std::shared_ptr<Table> _table;  // shared with what is held, which is given back to it
 };

@@ -26,9 +26,11 @@ void ReaderPool::Lease::show(std::string_view sql) const {
   _reader->sql = _reader->shown;
 }
 
-ReaderPool::ReaderPool(std::filesystem::path path, int count, Configure configure)
+ReaderPool::ReaderPool(std::filesystem::path path, int count, Configure configure,
+                       std::chrono::milliseconds idle_time)
     : _path(std::move(path)),
       _configure(std::move(configure)),
+      _idle_time(idle_time),
       _readers(static_cast<std::size_t>(count)) {
   _idle.reserve(_readers.size());
   for (Reader& reader : _readers) _idle.push_back(&reader);
@@ -39,18 +41,23 @@ ReaderPool::Lease ReaderPool::lease(std::chrono::milliseconds patience, std::str
   std::unique_lock lock(_mutex);
   if (!_closed && (_idle.empty() || !_waiting.empty())) _wait_for_a_turn(lock, patience, deadline);
   if (_closed) throw ReaderUnavailable("the reader pool is closed");
-  Reader& reader = *_idle.back();
-  _idle.pop_back();
-  reader.is_lent = true;
-  reader.sql = sql;
-  reader.lent_since = coarse_now();
-  reader.loan = ++_loans;
+  Reader& reader = _lend(sql);
   if (!_idle.empty()) _waiting.wake_first();  // two loans that ended at once woke the same thread
   if (!reader.connection) {
     lock.unlock();
     _open(reader);
   }
   return {*this, reader};
+}
+
+ReaderPool::Reader& ReaderPool::_lend(std::string_view sql) noexcept {
+  Reader& reader = *_idle.back();
+  _idle.pop_back();
+  reader.is_lent = true;
+  reader.sql = sql;
+  reader.lent_since = coarse_now();
+  reader.loan = ++_loans;
+  return reader;
 }
 
 void ReaderPool::_wait_for_a_turn(std::unique_lock<std::mutex>& lock,
@@ -80,6 +87,15 @@ ReaderPool::Use ReaderPool::use() const {
   use.oldest = oldest->lent_since;
   use.oldest_sql = oldest->sql;
   return use;
+}
+
+void ReaderPool::give_back_memory() {
+  std::unique_lock lock(_mutex);
+  _close_unused(lock, std::chrono::milliseconds(0));
+  if (_closed || _idle.empty() || !_idle.back()->connection) return;
+  const Lease kept(*this, _lend({}));
+  lock.unlock();
+  kept->release_memory();
 }
 
 void ReaderPool::close() {
@@ -112,8 +128,9 @@ void ReaderPool::_open(Reader& reader) {
 
 void ReaderPool::_give_back(Reader& reader) noexcept {
   if (reader.connection->damaged()) reader.connection.reset();
-  const std::lock_guard lock(_mutex);
+  std::unique_lock lock(_mutex);
   _loan_ended(reader);
+  _close_unused(lock, _idle_time);
 }
 
 void ReaderPool::_loan_ended(Reader& reader) noexcept {
@@ -122,6 +139,29 @@ void ReaderPool::_loan_ended(Reader& reader) noexcept {
   _idle.insert(reader.connection ? _idle.end() : _idle.begin(), &reader);
   _waiting.wake_first();
   if (_closed) _all_back.notify_all();
+}
+
+void ReaderPool::_close_unused(std::unique_lock<std::mutex>& lock,
+                               std::chrono::milliseconds idle_time) noexcept {
+  while (Reader* const unused = _take_unused(idle_time)) {
+    lock.unlock();
+    unused->connection.reset();
+    lock.lock();
+    _loan_ended(*unused);
+  }
+}
+
+/// Takes the connection that was returned longest ago out of the idle ones, as if it were lent:
+/// `close` waits until it is closed.
+ReaderPool::Reader* ReaderPool::_take_unused(std::chrono::milliseconds idle_time) noexcept {
+  // At least two are idle: one stays. Asked at every return, so the clock comes last.
+  if (_closed || _idle.size() < 2 || !_idle[_idle.size() - 2]->connection) return nullptr;
+  const auto first = std::ranges::find_if(
+      _idle, [](const Reader* reader) { return reader->connection != nullptr; });
+  Reader* const reader = *first;
+  if (coarse_now() - reader->lent_since < idle_time) return nullptr;
+  _idle.erase(first);
+  return reader;
 }
 
 }  // namespace veldra

@@ -24,8 +24,9 @@ namespace veldra {
 ///     const ReaderPool::Lease reader = pool.lease();
 ///     std::optional<Row> row = reader->execute("SELECT path FROM files").fetchone();
 ///
-/// A connection is opened when it is first needed and kept until `close()`. The one that came back
-/// last goes out first, so a lightly loaded process keeps few open.
+/// A connection is opened when it is first needed. The one that came back last goes out first, so a
+/// lightly loaded process keeps few open: at each return those are closed that were not lent for a
+/// while, all but one. Nothing happens while nobody asks.
 ///
 /// Thread safety: any member, from any thread, at any time. `_mutex` guards every field below it
 /// and is never held while a connection is opened, configured, used or closed.
@@ -81,8 +82,10 @@ class ReaderPool {
     Reader* _reader;  // none when moved from
   };
 
-  /// Opens nothing yet. `count`, 1 or more, is how many connections may be open at once.
-  ReaderPool(std::filesystem::path path, int count, Configure configure);
+  /// Opens nothing yet. `count`, 1 or more, is how many connections may be open at once; one that
+  /// was lent last as long ago as `idle_time` is closed when another comes back.
+  ReaderPool(std::filesystem::path path, int count, Configure configure,
+             std::chrono::milliseconds idle_time = std::chrono::minutes(1));
   ReaderPool(const ReaderPool&) = delete;
   ReaderPool& operator=(const ReaderPool&) = delete;
   ~ReaderPool() = default;
@@ -100,6 +103,10 @@ class ReaderPool {
   /// Waits for nobody.
   Use use() const;
 
+  /// Closes the idle connections but one, which gives back its page cache. Those on loan are left
+  /// alone.
+  void give_back_memory();
+
   /// Refuses new loans, waits for those that are out, then closes every connection.
   ///
   /// May be repeated. A thread that holds a lease must not call it: it would wait for itself.
@@ -111,10 +118,15 @@ class ReaderPool {
   // With `_mutex` held:
   void _wait_for_a_turn(std::unique_lock<std::mutex>& lock, std::chrono::milliseconds patience,
                         const Deadline& deadline);
+  Reader& _lend(std::string_view sql) noexcept;
   void _loan_ended(Reader& reader) noexcept;
+  void _close_unused(std::unique_lock<std::mutex>& lock,
+                     std::chrono::milliseconds idle_time) noexcept;
+  Reader* _take_unused(std::chrono::milliseconds idle_time) noexcept;
 
   const std::filesystem::path _path;
   const Configure _configure;
+  const std::chrono::milliseconds _idle_time;
 
   std::mutex _closing;  // taken before `_mutex`: who closes too returns when all are closed
   mutable std::mutex _mutex;

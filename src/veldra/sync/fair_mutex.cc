@@ -31,14 +31,14 @@ bool FairMutex::lock(std::string_view purpose, const Deadline& deadline) {
   return true;
 }
 
-bool FairMutex::try_lock() {
+bool FairMutex::try_lock(std::string_view purpose) {
   if (held_by_this_thread()) {
     ++_depth;
     return true;
   }
   const std::lock_guard state(_state);
   if (!_is_free() || !_waiting.empty()) return false;
-  _take("");
+  _take(purpose);
   return true;
 }
 

@@ -40,12 +40,12 @@ class VELDRA_EXPORT FairMutex {
   ~FairMutex() = default;
 
   void lock();
-  bool try_lock();
   void unlock();
 
-  /// Gives up at `deadline`: false then, and nothing has changed; never in its turn. `purpose` is
-  /// what `use` shows while the outermost lock is held, and must live as long.
+  /// Gives up at `deadline`, or at once: false then, and nothing has changed; never in its turn.
+  /// `purpose` is what `use` shows while the outermost lock is held, and must live as long.
   bool lock(std::string_view purpose, const Deadline& deadline = {});
+  bool try_lock(std::string_view purpose = "");
 
   /// What goes on at this moment. Waits for nobody.
   struct Use {

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cassert>
 #include <cstdlib>
+#include <mutex>
 #include <utility>
 
 #include "veldra/sqlite/path_functions.h"
@@ -118,6 +119,13 @@ void Database::close() {
     _closed = true;
     return;
   }
+}
+
+void Database::_give_back_memory() {
+  if (const std::shared_ptr<ReaderPool> readers = _readers.load()) readers->give_back_memory();
+  if (!_lock.try_lock("giving memory back")) return;
+  const std::lock_guard guard(_lock, std::adopt_lock);
+  if (const std::shared_ptr<Connection> writer = _connection.load()) writer->release_memory();
 }
 
 std::shared_ptr<Connection> Database::connection() const {
