@@ -14,7 +14,7 @@ BUILD := build/release
 TOOL := $(BUILD)/tools/veldra-index
 SHELL := /bin/bash
 .DEFAULT_GOAL := help
-.PHONY: help deps configure build run test check check-tree format bench reference install package clean
+.PHONY: help deps configure build run test check check-tree coverage format bench reference install package clean
 
 help: ## this list
 	@awk -F ':.*## ' '/^[a-z]+:.*## / { printf "  make %-10s%s\n", $$1, $$2 }' Makefile
@@ -52,6 +52,15 @@ check-tree: ## the part of it that needs no build: the floors, the version, the 
 	@scripts/check-version.sh
 	@shellcheck -x scripts/*.sh bench/*.sh tests/*.sh tests/install/*.sh examples/fleet/publish examples/fleet/follow .ci/run
 
+coverage: deps ## which lines the quick tests run: build/coverage/report/index.html (needs the packages of --ci)
+	@scripts/quietly.sh "Configure" cmake --preset coverage
+	@scripts/quietly.sh "Build" cmake --build --preset coverage --parallel $(JOBS)
+	@find build/coverage -name '*.gcda' -delete
+	@scripts/run-tests.sh coverage -LE slow
+	@mkdir -p build/coverage/report
+	@gcovr --root . --filter src/ --filter tools/ --exclude-unreachable-branches --print-summary \
+		--html-details build/coverage/report/index.html build/coverage | grep '^lines'
+
 format: ## write every C++ file as .clang-format has it
 	@scripts/check-format.sh --fix
 
@@ -68,7 +77,7 @@ reference: ## the API reference, build/reference/html/index.html (needs doxygen)
 install: build ## install under PREFIX (default /usr/local); DESTDIR is honoured
 	@cmake --install $(BUILD) --prefix "$(PREFIX)"
 
-package: build ## build/release/veldra_*.deb
+package: build ## build/release/*.deb: veldra-index, the tool, and libveldra-storage-dev
 	@scripts/quietly.sh "Package" cpack --config $(BUILD)/CPackConfig.cmake -B $(BUILD)
 
 clean: ## remove everything that was built
