@@ -11,13 +11,11 @@ namespace veldra::bench {
 namespace {
 
 void look_up(Lookup& lookup, const std::string& query, std::int64_t count) {
-  for (std::int64_t number = 1; number <= count; ++number) {
-    if (query == "key") {
+  for (std::int64_t number = 1; number <= count; ++number)
+    if (query == "key")
       lookup.by_key(number);
-    } else {
+    else
       lookup.by_name(symbol(number).name);
-    }
-  }
 }
 
 int run(const std::vector<std::string>& arguments) {
@@ -34,13 +32,12 @@ int run(const std::vector<std::string>& arguments) {
   Database db(path);
   db.connect();  // whichever way: an open database keeps the file's log as it is for every reader
   std::unique_ptr<Lookup> lookup;
-  if (arguments[0] == "bare") {
+  if (arguments[0] == "bare")
     lookup = bare_lookup(path, SQLITE_OPEN_READWRITE);
-  } else if (arguments[0] == "sqlitecpp") {
+  else if (arguments[0] == "sqlitecpp")
     lookup = sqlitecpp_lookup(path);
-  } else {
+  else
     lookup = veldra_lookup(db);
-  }
   look_up(*lookup, arguments[1], std::stoll(arguments[3]));
   return 0;
 }

@@ -226,10 +226,9 @@ void show_bound(const Fleet& fleet, std::size_t threads, std::size_t max_open) {
   const auto asked = static_cast<double>(load.hits.size() + load.misses.size());
   const auto open = static_cast<double>(cache.size());
   std::printf("| %zu | %.0f %%", max_open, 100 * static_cast<double>(load.hits.size()) / asked);
-  for (const std::vector<double>* times : {&load.hits, &load.misses}) {
+  for (const std::vector<double>* times : {&load.hits, &load.misses})
     for (const double share : {0.5, 0.99})
       std::printf(" | %s", times->empty() ? "" : as_time(quantile(*times, share)).c_str());
-  }
   std::printf(" | %.0f | %.1f | %.0f KiB |\n", asked / seconds,
               (after.descriptors - before.descriptors) / open,
               (after.bytes - before.bytes) / open / 1024);

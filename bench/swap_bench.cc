@@ -67,9 +67,8 @@ void bare_swap(BareConnection& bare, const std::string& staging) {
 /// A line of /proc/self/status, in MiB.
 double memory(std::string_view key) {
   std::ifstream status("/proc/self/status");
-  for (std::string line; std::getline(status, line);) {
+  for (std::string line; std::getline(status, line);)
     if (line.starts_with(key)) return std::stod(line.substr(key.size() + 1)) / 1024;
-  }
   return 0;
 }
 

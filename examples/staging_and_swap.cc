@@ -10,10 +10,9 @@ namespace {
 
 void fill(veldra::Database& db, std::string_view language, int files) {
   db.transaction([&](veldra::Cursor& cursor) {
-    for (int i = 0; i < files; ++i) {
+    for (int i = 0; i < files; ++i)
       cursor.execute("INSERT INTO files (path, language, hash) VALUES (?, ?, ?)",
                      {"src/" + std::to_string(i), language, "d41d8cd9"});
-    }
   });
 }
 

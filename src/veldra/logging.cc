@@ -113,11 +113,10 @@ std::string quoted(std::string_view text) {
         result.append("\\t");
         break;
       default:
-        if (byte < 0x20 || byte == 0x7f) {
+        if (byte < 0x20 || byte == 0x7f)
           result.append({'\\', 'x', HEXADECIMAL[byte >> 4U], HEXADECIMAL[byte & 0xfU]});
-        } else {
+        else
           result.push_back(character);
-        }
     }
   }
   result.push_back('\'');

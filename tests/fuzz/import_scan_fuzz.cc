@@ -15,9 +15,8 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     std::vector<Import> imports;
     if (!veldra::tool::scan_imports(importer, text, imports))
       imports.push_back({std::string(text), {}, 1, size % 2 == 1});
-    for (const Import& import : imports) {
+    for (const Import& import : imports)
       for (const std::size_t found : resolver.resolve(importer, import)) (void)paths.at(found);
-    }
   }
   return 0;
 }

@@ -16,9 +16,8 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
   if (text.find_first_of(std::string_view("\0\n\r", 3)) != std::string::npos) return 0;
   const auto json = nlohmann::json::parse(text, nullptr, false);
   if (!json.is_object()) return 0;
-  for (const auto& member : json) {
+  for (const auto& member : json)
     if (member.is_structured()) return 0;
-  }
   if (!read) std::abort();
   const auto agrees = [&](const char* name, std::string_view value) {
     const auto member = json.find(name);

@@ -31,7 +31,7 @@ class CursorTest : public ::testing::Test {
 };
 
 TEST_F(CursorTest, CountsTheRowsThatTheLastStatementChanged) {
-  static constexpr std::pair<std::string_view, std::int64_t> cases[] = {
+  static constexpr std::pair<std::string_view, std::int64_t> CASES[] = {
       {"INSERT INTO t VALUES (8, 'h'), (16, 'p')", 2},
       {"UPDATE t SET name = name || '!' WHERE id > 4", 2},
       {"REPLACE INTO t VALUES (4, 'e')", 1},
@@ -44,7 +44,7 @@ TEST_F(CursorTest, CountsTheRowsThatTheLastStatementChanged) {
       {"DELETE FROM t", 5},
   };
   Cursor cursor = connection.cursor();
-  for (const auto& [sql, rowcount] : cases) {
+  for (const auto& [sql, rowcount] : CASES) {
     cursor.execute(sql);
     EXPECT_EQ(cursor.rowcount(), rowcount) << sql;
   }
@@ -75,7 +75,7 @@ TEST_F(CursorTest, TakesOneStatementPerTextAndAsManyParametersAsPlaceholders) {
 }
 
 TEST_F(CursorTest, ErrorsHaveSqlitesMessageAndCodeAndLeaveNoStatementOpen) {
-  static constexpr std::pair<const char*, const char*> cases[] = {
+  static constexpr std::pair<const char*, const char*> CASES[] = {
       {"SELECT * FROM missing", "OperationalError 1 no such table: missing"},
       {"INSERT INTO t VALUES (1, 'x')", "IntegrityError 1555 UNIQUE constraint failed: t.id"},
       {"INSERT INTO t VALUES ('x', 'x')", "IntegrityError 20 datatype mismatch"},
@@ -83,7 +83,7 @@ TEST_F(CursorTest, ErrorsHaveSqlitesMessageAndCodeAndLeaveNoStatementOpen) {
       {"SELECT 1 UNION ALL SELECT abs(-9223372036854775808)",
        "OperationalError 1 integer overflow"},
   };
-  for (const auto& [sql, expected] : cases) {
+  for (const auto& [sql, expected] : CASES) {
     Cursor cursor = connection.cursor();
     try {
       cursor.execute(sql);
@@ -149,10 +149,9 @@ TEST_F(CursorTest, AStatementKeptPreparedFollowsTheSchema) {
 }
 
 TEST_F(CursorTest, ManyTextsPassThroughTheCacheUnharmed) {
-  for (int round = 0; round < 2; ++round) {
+  for (int round = 0; round < 2; ++round)
     for (std::size_t i = 0; i < 2 * StatementCache::CAPACITY; ++i)
       ASSERT_EQ(dump(connection, "SELECT " + std::to_string(i)), std::to_string(i));
-  }
   int statements = 0;
   for (sqlite3_stmt* at = nullptr; (at = sqlite3_next_stmt(connection.handle(), at)) != nullptr;)
     ++statements;

@@ -48,9 +48,9 @@ TEST(CoreSchemaTest, WhatIsThereIsKnownByItsTypeAndItsNameInAnyCase) {
 
 TEST(CoreSchemaTest, DeletingAFileTakesWhatBelongsToItAndNothingElse) {
   TempDatabase db;
-  constexpr std::int64_t big = std::int64_t{1} << 33;
+  constexpr std::int64_t BIG = std::int64_t{1} << 33;
   db->execute("INSERT INTO components (id, name, path) VALUES (1, 'core', 'src')");
-  for (const std::int64_t id : {big >> 33, big >> 32, big}) {
+  for (const std::int64_t id : {BIG >> 33, BIG >> 32, BIG}) {
     db->execute("INSERT INTO files VALUES (?, 'p' || ?, 'C', 'h', NULL, 1)", {id, id});
     db->execute("INSERT INTO symbols (id, file_id, name, kind) VALUES (?, ?, 'f', '')", {id, id});
     db->execute("INSERT INTO external_imports (file_id, module) VALUES (?, 'os')", {id});
@@ -59,7 +59,7 @@ TEST(CoreSchemaTest, DeletingAFileTakesWhatBelongsToItAndNothingElse) {
                   {id * CHUNKS_PER_FILE + ordinal});
   }
   db->execute("INSERT INTO edges (source_id, target_id, kind) VALUES (1, 2, ''), (2, ?, '')",
-              {big});
+              {BIG});
   for (const char* refused :
        {"INSERT INTO components (name, path) VALUES ('core', 'lib')",
         "UPDATE files SET path = 'p1'", "INSERT INTO files (path, language) VALUES ('p3', 'C')",

@@ -28,7 +28,7 @@ class OldFileTest : public testing::Test {
 
 TEST_F(OldFileTest, WhateverVersionAnOldFileRecordsItEndsAtThisOneWithEveryRow) {
   // What is done before, the version that is recorded then, how many files the steps mark.
-  static constexpr std::string_view cases[][3] = {
+  static constexpr std::string_view CASES[][3] = {
       {"UPDATE schema_info SET value = '1' WHERE key = 'version'", "1", "100"},
       {"UPDATE schema_info SET value = '2' WHERE key = 'version'", "2", "0"},
       {"UPDATE schema_info SET value = 3 WHERE key = 'version'", "3", "0"},
@@ -43,7 +43,7 @@ TEST_F(OldFileTest, WhateverVersionAnOldFileRecordsItEndsAtThisOneWithEveryRow) 
     ++looks;
     EXPECT_THROW(other.execute("BEGIN IMMEDIATE"), Error) << "it looked without the write lock";
   });
-  for (const auto& [before, recorded, stale] : cases) {
+  for (const auto& [before, recorded, stale] : CASES) {
     SCOPED_TRACE(before);
     db.execute("UPDATE files SET hash = 'parsed'");
     db.execute(before);

@@ -26,14 +26,14 @@ TEST(FlatJsonTest, ReadsOneObjectOfIntegers) {
 }
 
 TEST(FlatJsonTest, RefusesEverythingElse) {
-  static constexpr std::string_view cases[] = {
+  static constexpr std::string_view CASES[] = {
       R"( ;{;};[];7;null;"a";{}{};{} x;{,};{"a"};{"a":};{"a":1,};{"a":1 "b":2};{a:1};{'a':1})",
       R"({"a":true};{"a":null};{"a":"1"};{"a":[1]};{"a":{}};{"a":1.0};{"a":1e3};{"a":1E0})",
       R"({"a":01};{"a":-01};{"a":-};{"a":+1};{"a":0x1};{"a":1;{"a":9223372036854775808})",
       R"({"a":-9223372036854775809};{"a:1};{"a\":1};{"\x":1};{"\u12":1};{"\u12g4":1};{"\u-123":1})",
       "{\"\n\":1};{\"\xff\":1};{\"\xc0\x80\":1};{\"\xed\xa0\x80\":1};{\"\xf4\x90\x80\x80\":1}",
       "\xef\xbb\xbf{};{\"\xe2\x82\":1};{\"\\;{\"\\u;{\"\\u0"};
-  for (const std::string_view row : cases)
+  for (const std::string_view row : CASES)
     for (const std::string_view text : split(row, ";")) EXPECT_FALSE(parse_flat_json(text)) << text;
   EXPECT_FALSE(parse_flat_json(std::string_view("{}\0", 3))) << "a NUL is no white space";
 }

@@ -25,18 +25,18 @@ void expect_answers(bool (*answer)(std::string_view, std::string_view), const Ca
 }
 
 TEST(PathFilterTest, UnderComparesWholeComponents) {
-  static constexpr Case cases[] = {
+  static constexpr Case CASES[] = {
       {"src", "src src/ src/store/a.cc src//./a src/../a ./src/a", "src2/a Src/a s /src/a ../src"},
       {"./src//a/", "src/a/b src//a", "src src/ab"},
       {"", "src/a . a/", "/src /"},
       {"/", "/src/a /", "src/a"},
       {"/src", "/src/a", "src/a /srcs"},
       {"it's_100%", "it's_100%/a", "it'sX100%/a it's_1000/a"}};
-  for (const Case& one : cases) expect_answers(path_is_under, one);
+  for (const Case& one : CASES) expect_answers(path_is_under, one);
 }
 
 TEST(PathFilterTest, PatternsMatchTheWholePath) {
-  static constexpr Case cases[] = {{"*.cc", "a.cc .cc ./a.cc", "src/a.cc a.c a.ccc A.CC /a.cc"},
+  static constexpr Case CASES[] = {{"*.cc", "a.cc .cc ./a.cc", "src/a.cc a.c a.ccc A.CC /a.cc"},
                                    {"src/*", "src/a src//b", "src src/x/a"},
                                    {"src/**/*.cc", "src/a.cc src/x/y/a.cc", "src/x/a.h lib/a.cc"},
                                    {"src/**", "src src/x/y", "srcs/x lib/src"},
@@ -49,7 +49,7 @@ TEST(PathFilterTest, PatternsMatchTheWholePath) {
                                    {"\\[\\*", "[*", "\\[* [x"},
                                    {"**", "a a/b", "/a"},
                                    {"[]a-]", "] a -", "b"}};
-  for (const Case& one : cases) expect_answers(path_matches, one);
+  for (const Case& one : CASES) expect_answers(path_matches, one);
   EXPECT_FALSE(path_matches("[a", "[a")) << "a set that is never closed matched";
 }
 

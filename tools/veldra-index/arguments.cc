@@ -34,9 +34,8 @@ void add(CLI::App& app, const Argument& argument) {
   option->type_name(argument.value);
   option->default_str(argument.default_text());
   // The descriptions of checks would stand in the help, and in the words of a compiler.
-  if (argument.range) {
+  if (argument.range)
     option->check(CLI::Range(argument.range->first, argument.range->second).description(""));
-  }
   if (!argument.choices.empty()) option->check(CLI::IsMember(argument.choices).description(""));
 }
 
@@ -63,12 +62,11 @@ void add(CLI::App& app, CommandLine& line, const Command& command) {
 int report_usage(const CLI::App& app, const CLI::ParseError& error, int argc,
                  const char* const* argv) {
   std::string text = error.what();
-  if (app.get_subcommands().empty() && argc > 1 && argv[1][0] != '-') {
+  if (app.get_subcommands().empty() && argc > 1 && argv[1][0] != '-')
     text = "there is no command `" + std::string(argv[1]) + "`";
-  } else if (std::any_of(argv + std::min(argc, 2), argv + argc,
-                         [](const char* word) { return word[0] == '-' && word[1] != '-'; })) {
+  else if (std::any_of(argv + std::min(argc, 2), argv + argc,
+                       [](const char* word) { return word[0] == '-' && word[1] != '-'; }))
     text += " (put -- before a text that begins with a dash)";
-  }
   const std::string command =
       app.get_subcommands().empty() ? "" : app.get_subcommands().front()->get_name() + " ";
   std::cerr << "veldra-index: " << text << "; see `veldra-index " << command << "--help`\n";

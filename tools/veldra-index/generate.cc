@@ -16,17 +16,15 @@ std::string joined(const Arguments& arguments, std::string_view separator) {
   std::string text;
   for (const Argument& argument : arguments) {
     if (!argument.is_option()) continue;
-    for (const std::string& name : argument.spellings()) {
+    for (const std::string& name : argument.spellings())
       text += (text.empty() ? "" : std::string(separator)) + name;
-    }
   }
   return text;
 }
 
 std::string replaced(std::string text, std::string_view old, std::string_view by) {
-  for (std::size_t at = 0; (at = text.find(old, at)) != std::string::npos; at += by.size()) {
+  for (std::size_t at = 0; (at = text.find(old, at)) != std::string::npos; at += by.size())
     text.replace(at, old.size(), by);
-  }
   return text;
 }
 
@@ -41,9 +39,8 @@ std::string roff(const std::string& text) {
 
 std::string man_entry(const Argument& argument) {
   std::string names;
-  for (const std::string& name : argument.spellings()) {
+  for (const std::string& name : argument.spellings())
     names += (names.empty() ? "" : ", ") + ("\\fB" + roff(name) + "\\fR");
-  }
   if (!argument.value.empty()) names += " \\fI" + argument.value + "\\fR";
   const std::string standard = argument.default_text();
   return ".TP\n" + names + "\n" + roff(argument.text) +
@@ -97,9 +94,8 @@ std::string man(const CommandLine& line) {
   text += ".TP\n\\fB\\-\\-version\\fR\nShow the version, and that of SQLite.\n";
   text += MAN_TAIL;
   text += ".SH EXAMPLES\n.nf\n";
-  for (const Command& command : line.commands) {
+  for (const Command& command : line.commands)
     for (const Example& example : command.examples) text += roff(example.line) + "\n";
-  }
   return text + ".fi\n.SH SEE ALSO\n.BR ctags (1),\n.BR git (1)\n";
 }
 
@@ -141,9 +137,8 @@ std::string bash_value(std::string_view command, const Argument& argument) {
     action = fmt::format("mapfile -t COMPREPLY < <(compgen {} -- \"$current\") && return", what);
   }
   std::string pattern;
-  for (const std::string& name : argument.spellings()) {
+  for (const std::string& name : argument.spellings())
     pattern += fmt::format("{}{}:{}", pattern.empty() ? "" : " | ", command, name);
-  }
   return fmt::format("  {}) {} ;;\n", pattern, action);
 }
 
@@ -152,9 +147,8 @@ std::string bash(const CommandLine& line) {
   std::string values;
   std::string own;
   std::string words;
-  for (const Argument& argument : line.common) {
+  for (const Argument& argument : line.common)
     if (!argument.is_flag()) values += bash_value("*", argument);
-  }
   for (const Command& command : line.commands) {
     names.push_back(command.name);
     for (const Argument& argument : command.arguments) {
@@ -174,9 +168,8 @@ std::string bash(const CommandLine& line) {
 
 /// A text inside single quotes, where `special` characters get a backslash.
 std::string quoted(std::string text, std::string_view special) {
-  for (const char character : special) {
+  for (const char character : special)
     text = replaced(text, std::string(1, character), std::string("\\") + character);
-  }
   return "'" + replaced(text, "'", "'\\''") + "'";
 }
 
@@ -189,16 +182,14 @@ std::string zsh_action(const Argument& argument) {
 
 std::string zsh_argument(const Argument& argument, int& place) {
   const std::string text = replaced(argument.text, ":", "\\:");
-  if (!argument.is_option()) {
+  if (!argument.is_option())
     return quoted(fmt::format("{}:{}:{}", ++place, argument.names, zsh_action(argument)), "");
-  }
   std::string behind = "[" + replaced(text, "]", "\\]") + "]";
   if (!argument.is_flag()) behind += ":" + argument.value + ":" + zsh_action(argument);
   const std::vector<std::string> names = argument.spellings();
   if (names.size() == 1) return quoted(names[0] + behind, "");
-  if (std::holds_alternative<int*>(argument.target) && argument.is_flag()) {  // it may be repeated
+  if (std::holds_alternative<int*>(argument.target) && argument.is_flag())  // it may be repeated
     return fmt::format("'*'{{{}}}{}", fmt::join(names, ","), quoted(behind, ""));
-  }
   return fmt::format("'({})'{{{}}}{}", fmt::join(names, " "), fmt::join(names, ","),
                      quoted(behind, ""));
 }
@@ -228,16 +219,14 @@ std::string zsh(const CommandLine& line) {
   std::string common;
   std::string own;
   int place = 0;
-  for (const Argument& argument : line.common) {
+  for (const Argument& argument : line.common)
     common += "  " + zsh_argument(argument, place) + "\n";
-  }
   for (const Command& command : line.commands) {
     commands += "  " + quoted(command.name + ":" + command.summary, "") + "\n";
     std::string arguments;
     place = 0;
-    for (const Argument& argument : command.arguments) {
+    for (const Argument& argument : command.arguments)
       arguments += " " + zsh_argument(argument, place);
-    }
     own += fmt::format("  {}) _arguments $common{} ;;\n", command.name, arguments);
   }
   return fmt::format(ZSH, fmt::arg("commands", commands), fmt::arg("common", common),
@@ -246,9 +235,8 @@ std::string zsh(const CommandLine& line) {
 
 std::string fish_option(const Argument& argument) {
   std::string text;
-  for (const std::string& name : argument.spellings()) {
+  for (const std::string& name : argument.spellings())
     text += (name.starts_with("--") ? " -l " : " -s ") + name.substr(name.find_first_not_of('-'));
-  }
   if (!argument.choices.empty()) {
     text +=
         fmt::format(" -x -a {}", quoted(fmt::format("{}", fmt::join(argument.choices, " ")), ""));
@@ -275,13 +263,11 @@ std::string fish(const CommandLine& line) {
                         command.name, quoted(command.summary, "\\"));
     const std::string inside =
         fmt::format("{} -n '__fish_seen_subcommand_from {}'", begin, command.name);
-    for (const Argument& argument : command.arguments) {
-      if (argument.is_option()) {
+    for (const Argument& argument : command.arguments)
+      if (argument.is_option())
         text += inside + fish_option(argument) + "\n";
-      } else if (argument.completion == Argument::Completion::File) {
+      else if (argument.completion == Argument::Completion::File)
         text += inside + " -F\n";
-      }
-    }
   }
   return text;
 }

@@ -28,9 +28,8 @@ std::atomic<const Disk*> replaced_disk = nullptr;
 
 struct stat status_of(const std::filesystem::path& path) {
   struct stat status = {};
-  if (::stat(path.c_str(), &status) != 0) {
+  if (::stat(path.c_str(), &status) != 0)
     throw_os_error({errno, std::generic_category()}, "cannot read the status of", path);
-  }
   return status;
 }
 
@@ -54,27 +53,21 @@ dev_t Disk::device(const std::filesystem::path& path) const {
 
 std::int64_t Disk::free_bytes(const std::filesystem::path& directory) const {
   struct statvfs volume = {};
-  if (::statvfs(directory.c_str(), &volume) != 0) {
+  if (::statvfs(directory.c_str(), &volume) != 0)
     throw_os_error({errno, std::generic_category()}, "cannot read the free space of", directory);
-  }
   // A file system that calls itself unlimited must not wrap around to a full one.
-  static constexpr auto most = std::numeric_limits<std::int64_t>::max();
+  static constexpr auto MOST = std::numeric_limits<std::int64_t>::max();
   std::int64_t bytes = 0;
-  return __builtin_mul_overflow(volume.f_bavail, volume.f_frsize, &bytes) ? most : bytes;
+  return __builtin_mul_overflow(volume.f_bavail, volume.f_frsize, &bytes) ? MOST : bytes;
 }
 
 std::filesystem::path Disk::temporary_directory() const {
   for (const char* variable : {"TMPDIR", "TEMP", "TMP"}) {
     const char* directory = std::getenv(variable);  // NOLINT(concurrency-mt-unsafe): only read here
-    if (directory != nullptr && is_writable_directory(directory)) {
-      return directory;
-    }
+    if (directory != nullptr && is_writable_directory(directory)) return directory;
   }
-  for (const char* directory : {"/tmp", "/var/tmp", "/usr/tmp"}) {
-    if (is_writable_directory(directory)) {
-      return directory;
-    }
-  }
+  for (const char* directory : {"/tmp", "/var/tmp", "/usr/tmp"})
+    if (is_writable_directory(directory)) return directory;
   std::error_code unknown;
   std::filesystem::path working = std::filesystem::current_path(unknown);
   return unknown ? "." : working;

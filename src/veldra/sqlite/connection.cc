@@ -190,11 +190,10 @@ void Connection::commit() {
 void Connection::roll_back() noexcept {
   const auto guard = _state->lock_or_join();
   if (_state->db == nullptr) return;
-  if (_state->is_shared && !guard.owns_lock()) {
+  if (_state->is_shared && !guard.owns_lock())
     _state->owes_rollback = true;
-  } else {
+  else
     _state->roll_back();
-  }
 }
 
 void Connection::refuse_reentry() const {
@@ -237,9 +236,8 @@ std::string Connection::held_statement() const {
   if (_state->db == nullptr) return "";
   if (const Statement* const lent = _state->statements.running()) return std::string(lent->sql());
   // One of the host's own, on the handle.
-  for (sqlite3_stmt* it = nullptr; (it = sqlite3_next_stmt(_state->db, it)) != nullptr;) {
+  for (sqlite3_stmt* it = nullptr; (it = sqlite3_next_stmt(_state->db, it)) != nullptr;)
     if (sqlite3_stmt_busy(it) != 0) return sqlite3_sql(it);
-  }
   return "";
 }
 

@@ -108,11 +108,10 @@ void Cursor::close() noexcept {
   if (!_state) return;
   const auto guard = _state->lock_or_join();
   _closed = true;
-  if (!_state->is_shared || guard.owns_lock()) {
+  if (!_state->is_shared || guard.owns_lock())
     _abandon();
-  } else if (_statement != nullptr && !_running) {
+  else if (_statement != nullptr && !_running)
     _state->statements.abandon(std::exchange(_statement, nullptr));
-  }
 }
 
 void Cursor::_check_open() const {

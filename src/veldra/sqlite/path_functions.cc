@@ -23,9 +23,8 @@ std::string_view text_of(sqlite3_value* value) {
 template <bool (*answer)(std::string_view, std::string_view)>
 void path_function(sqlite3_context* context, int /*count*/, sqlite3_value** arguments) {
   if (sqlite3_value_type(arguments[0]) == SQLITE_NULL ||
-      sqlite3_value_type(arguments[1]) == SQLITE_NULL) {
+      sqlite3_value_type(arguments[1]) == SQLITE_NULL)
     return;  // a function that sets no result returns NULL
-  }
   sqlite3_result_int(context, answer(text_of(arguments[0]), text_of(arguments[1])) ? 1 : 0);
 }
 
@@ -42,9 +41,7 @@ void register_path_functions(Connection& connection) {
   for (const auto& [name, run] : FUNCTIONS) {
     const int code = sqlite3_create_function_v2(connection.handle(), name, 2, HARMLESS, nullptr,
                                                 run, nullptr, nullptr, nullptr);
-    if (code != SQLITE_OK) {
-      throw_error(code, sqlite3_errmsg(connection.handle()));
-    }
+    if (code != SQLITE_OK) throw_error(code, sqlite3_errmsg(connection.handle()));
   }
 }
 

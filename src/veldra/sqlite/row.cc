@@ -166,9 +166,8 @@ ValueView Row::operator[](std::size_t position) const {
 }
 
 ValueView Row::operator[](std::string_view name) const {
-  for (std::size_t i = 0; i < size(); ++i) {
+  for (std::size_t i = 0; i < size(); ++i)
     if (equal_ignoring_case((*_block->names)[i], name)) return (*this)[i];
-  }
   throw std::out_of_range("no column named '" + std::string(name) + "'");
 }
 

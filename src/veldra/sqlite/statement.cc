@@ -71,9 +71,8 @@ std::unique_ptr<Statement> Statement::prepare(sqlite3* db, std::string_view sql)
     ~FinalizeOnError() { sqlite3_finalize(statement); }
   } on_error{raw};
   const auto used = static_cast<std::size_t>(tail - sql.data());
-  if (!skip_blank_sql(sql.substr(used)).empty()) {
+  if (!skip_blank_sql(sql.substr(used)).empty())
     throw ProgrammingError("the SQL text holds more than one statement: run them one by one");
-  }
   std::unique_ptr<Statement> statement(new Statement(raw, sql));
   on_error.statement = nullptr;
   return statement;

@@ -77,12 +77,10 @@ void create_tables(Cursor& cursor) {
   };
   const bool is_new =
       std::ranges::none_of(existing, [](const Row& row) { return row[0].as_text() == "table"; });
-  for (const Object& object : OBJECTS) {
+  for (const Object& object : OBJECTS)
     if (!exists(object)) cursor.execute(object.ddl);
-  }
-  if (is_new) {
+  if (is_new)
     cursor.execute("INSERT INTO schema_info (key, value) VALUES ('version', ?)", {SCHEMA_VERSION});
-  }
 }
 
 }  // namespace veldra

@@ -230,9 +230,8 @@ void DatabaseCache::Table::close() {
   std::vector<Held> all;
   {
     const std::lock_guard lock(_mutex);
-    for (const auto& [path, entry] : _entries) {
+    for (const auto& [path, entry] : _entries)
       if (entry.database) all.push_back(entry.database);
-    }
     _closed = true;
     std::erase_if(_entries, [](const auto& it) { return it.second.database != nullptr; });
   }

@@ -42,28 +42,19 @@ class StepCursor {
 // Steps look before they add: create_schema may have added the same to the file before.
 
 void add_code_chunks(StepCursor& cursor) {
-  if (!cursor.has("table", "code_chunks")) {
-    cursor.execute(CODE_CHUNKS_DDL);
-  }
-  if (!cursor.has("table", "files")) {
-    return;
-  }
-  if (!cursor.has("trigger", "files_delete_chunks")) {
-    cursor.execute(CHUNKS_TRIGGER_DDL);
-  }
+  if (!cursor.has("table", "code_chunks")) cursor.execute(CODE_CHUNKS_DDL);
+  if (!cursor.has("table", "files")) return;
+  if (!cursor.has("trigger", "files_delete_chunks")) cursor.execute(CHUNKS_TRIGGER_DDL);
   cursor.execute("UPDATE files SET hash = ?", {REINDEX_SENTINEL_HASH});
 }
 
 void add_parent_and_line(StepCursor& cursor) {
   static constexpr std::string_view HAS_COLUMN =
       "SELECT 1 FROM pragma_table_info(?, 'main') WHERE lower(name) = ?";
-  if (cursor.has("table", "symbols") && !cursor.fetchone(HAS_COLUMN, {"symbols", "parent_id"})) {
+  if (cursor.has("table", "symbols") && !cursor.fetchone(HAS_COLUMN, {"symbols", "parent_id"}))
     cursor.execute("ALTER TABLE symbols ADD COLUMN parent_id INTEGER");
-  }
-  if (cursor.has("table", "index_errors") &&
-      !cursor.fetchone(HAS_COLUMN, {"index_errors", "line"})) {
+  if (cursor.has("table", "index_errors") && !cursor.fetchone(HAS_COLUMN, {"index_errors", "line"}))
     cursor.execute("ALTER TABLE index_errors ADD COLUMN line INTEGER");
-  }
 }
 
 struct Version {
@@ -126,9 +117,7 @@ std::string migrate(const TransactionOpener& open_transaction, std::string_view 
   std::string reached(recorded);
   for (const Version& version : VERSIONS) {
     const std::optional<std::ptrdiff_t> place = place_of(reached);
-    if (place && *place < *place_of(version.name)) {
-      reached = reach(open_transaction, version);
-    }
+    if (place && *place < *place_of(version.name)) reached = reach(open_transaction, version);
   }
   return reached;
 }
@@ -136,9 +125,8 @@ std::string migrate(const TransactionOpener& open_transaction, std::string_view 
 std::int64_t mark_files_stale(Cursor& cursor, const std::vector<std::string>& languages) {
   ParamsList each;
   each.reserve(languages.size());
-  for (const std::string& language : languages) {
+  for (const std::string& language : languages)
     each.push_back({REINDEX_SENTINEL_HASH, language, REINDEX_SENTINEL_HASH});
-  }
   cursor.executemany("UPDATE files SET hash = ? WHERE language = ? AND hash <> ?", each);
   return cursor.rowcount();
 }

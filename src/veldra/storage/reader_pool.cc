@@ -80,9 +80,8 @@ ReaderPool::Use ReaderPool::use() const {
                return reader->connection != nullptr;
              }));
   const Reader* oldest = nullptr;
-  for (const Reader& reader : _readers) {
+  for (const Reader& reader : _readers)
     if (reader.is_lent && (oldest == nullptr || reader.loan < oldest->loan)) oldest = &reader;
-  }
   if (oldest == nullptr) return use;
   use.oldest = oldest->lent_since;
   use.oldest_sql = oldest->sql;
@@ -109,9 +108,8 @@ void ReaderPool::close() {
     _all_back.wait(lock, [&] { return _idle.size() == _readers.size(); });
     for (Reader& reader : _readers) connections.push_back(std::move(reader.connection));
   }
-  for (const std::unique_ptr<Connection>& connection : connections) {
+  for (const std::unique_ptr<Connection>& connection : connections)
     if (connection) connection->close();
-  }
 }
 
 void ReaderPool::_open(Reader& reader) {

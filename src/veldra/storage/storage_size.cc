@@ -32,9 +32,7 @@ class PageRewrite {
     try {
       return _leave_wal() ? _vacuum() : std::string(FILE_IN_USE);
     } catch (const OperationalError& error) {
-      if ((error.code() & 0xff) != SQLITE_BUSY) {
-        throw;
-      }
+      if ((error.code() & 0xff) != SQLITE_BUSY) throw;
       return std::string(FILE_IN_USE);
     }
   }
@@ -44,9 +42,7 @@ class PageRewrite {
     std::string why;
     try {
       const std::string mode = enter_wal_mode(_connection);
-      if (mode == "wal") {
-        return std::nullopt;
-      }
+      if (mode == "wal") return std::nullopt;
       why = "SQLite kept the mode " + mode;
     } catch (const Error& error) {
       why = error.what();
@@ -90,12 +86,8 @@ std::string left_undone(const std::filesystem::path& db_path,
                         const std::optional<std::string>& journal) {
   std::string text =
       "Rewriting " + db_path.string() + " with pages of " + std::to_string(PAGE_SIZE) + " bytes: ";
-  if (reason) {
-    text.append("not done, ").append(*reason);
-  }
-  if (journal) {
-    text.append(reason ? "; " : "done, but ").append(*journal);
-  }
+  if (reason) text.append("not done, ").append(*reason);
+  if (journal) text.append(reason ? "; " : "done, but ").append(*journal);
   return text;
 }
 
@@ -122,9 +114,7 @@ PageRewriteOutcome rewrite_pages(Connection& connection, const std::filesystem::
     }
     journal = rewrite.return_to_wal();
   }
-  if (reason || journal) {
-    outcome.left_undone = left_undone(db_path, reason, journal);
-  }
+  if (reason || journal) outcome.left_undone = left_undone(db_path, reason, journal);
   return outcome;
 }
 

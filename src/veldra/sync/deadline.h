@@ -30,11 +30,10 @@ class Deadline {
     using std::chrono::milliseconds;
     if (!timeout) return;
     const Clock::time_point now = Clock::now();
-    if (*timeout <= milliseconds::zero()) {
+    if (*timeout <= milliseconds::zero())
       _moment = Clock::time_point::min();
-    } else if (*timeout < std::chrono::duration_cast<milliseconds>(NEVER - now)) {
+    else if (*timeout < std::chrono::duration_cast<milliseconds>(NEVER - now))
       _moment = now + *timeout;
-    }
   }
 
   bool is_set() const noexcept { return _moment != NEVER || _stop.stop_possible(); }

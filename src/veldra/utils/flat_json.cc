@@ -55,15 +55,12 @@ class Reader {
 
   void skip_space() {
     while (!_rest.empty() &&
-           std::string_view(" \t\n\r").find(_rest.front()) != std::string_view::npos) {
+           std::string_view(" \t\n\r").find(_rest.front()) != std::string_view::npos)
       _rest.remove_prefix(1);
-    }
   }
 
   bool take(char expected) {
-    if (!_rest.starts_with(expected)) {
-      return false;
-    }
+    if (!_rest.starts_with(expected)) return false;
     _rest.remove_prefix(1);
     return true;
   }
@@ -75,25 +72,17 @@ class Reader {
     const bool leading_zero = number.size() > sign + 1 && number[sign] == '0';
     std::int64_t value = 0;
     const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), value);
-    if (error != std::errc() || leading_zero) {
-      return std::nullopt;
-    }
+    if (error != std::errc() || leading_zero) return std::nullopt;
     _rest.remove_prefix(number.size());
     return value;
   }
 
   std::optional<std::string> take_string() {
-    if (!take('"')) {
-      return std::nullopt;
-    }
+    if (!take('"')) return std::nullopt;
     std::string text;
     while (!_rest.empty()) {
-      if (take('"')) {
-        return text;
-      }
-      if (!(_rest.front() == '\\' ? _take_escape(text) : _take_plain(text))) {
-        return std::nullopt;
-      }
+      if (take('"')) return text;
+      if (!(_rest.front() == '\\' ? _take_escape(text) : _take_plain(text))) return std::nullopt;
     }
     return std::nullopt;
   }
@@ -101,9 +90,7 @@ class Reader {
  private:
   bool _take_plain(std::string& text) {
     const auto [point, valid] = take_character(_rest);
-    if (!valid || point < 0x20) {
-      return false;
-    }
+    if (!valid || point < 0x20) return false;
     append_utf8(text, point);
     return true;
   }
@@ -111,13 +98,9 @@ class Reader {
   bool _take_escape(std::string& text) {
     static constexpr std::string_view LETTERS = "\"\\/bfnrt";
     static constexpr std::string_view MEANINGS = "\"\\/\b\f\n\r\t";
-    if (_rest.starts_with("\\u")) {
-      return _take_code_point(text);
-    }
+    if (_rest.starts_with("\\u")) return _take_code_point(text);
     const std::size_t letter = _rest.size() < 2 ? LETTERS.npos : LETTERS.find(_rest[1]);
-    if (letter == LETTERS.npos) {
-      return false;
-    }
+    if (letter == LETTERS.npos) return false;
     text.push_back(MEANINGS[letter]);
     _rest.remove_prefix(2);
     return true;
@@ -125,9 +108,7 @@ class Reader {
 
   bool _take_code_point(std::string& text) {
     const std::optional<char32_t> point = _take_code_unit();
-    if (!point) {
-      return false;
-    }
+    if (!point) return false;
     if (is_high_surrogate(*point)) {
       const std::string_view behind = _rest;
       const std::optional<char32_t> low = _take_code_unit();
@@ -137,25 +118,20 @@ class Reader {
       }
       _rest = behind;  // a lone one; what follows it is read on its own
     }
-    if (is_escaped_byte(*point)) {
+    if (is_escaped_byte(*point))
       text.push_back(static_cast<char>(*point - ESCAPED_BYTE));
-    } else {
+    else
       append_utf8(text, *point);
-    }
     return true;
   }
 
   std::optional<char32_t> _take_code_unit() {
     static constexpr std::size_t LENGTH = std::string_view("\\uNNNN").size();
-    if (!_rest.starts_with("\\u") || _rest.size() < LENGTH) {
-      return std::nullopt;
-    }
+    if (!_rest.starts_with("\\u") || _rest.size() < LENGTH) return std::nullopt;
     std::uint16_t unit = 0;
     const char* end = _rest.data() + LENGTH;
     const auto [stopped, error] = std::from_chars(_rest.data() + 2, end, unit, 16);
-    if (error != std::errc() || stopped != end) {
-      return std::nullopt;
-    }
+    if (error != std::errc() || stopped != end) return std::nullopt;
     _rest.remove_prefix(LENGTH);
     return unit;
   }
@@ -166,9 +142,8 @@ class Reader {
 void append_code_unit(std::string& text, char32_t unit) {
   static constexpr std::string_view HEXADECIMAL = "0123456789abcdef";
   text.append("\\u");
-  for (const unsigned shift : {12U, 8U, 4U, 0U}) {
+  for (const unsigned shift : {12U, 8U, 4U, 0U})
     text.push_back(HEXADECIMAL[(unit >> shift) & 0xfU]);
-  }
 }
 
 void append_character(std::string& text, const Utf8Character& character) {
@@ -197,26 +172,20 @@ std::optional<std::map<std::string, std::int64_t>> parse_flat_json(std::string_v
   Reader reader(text);
   std::map<std::string, std::int64_t> members;
   reader.skip_space();
-  if (!reader.take('{')) {
-    return std::nullopt;
-  }
+  if (!reader.take('{')) return std::nullopt;
   reader.skip_space();
   bool closed = reader.take('}');
   while (!closed) {
     reader.skip_space();
     std::optional<std::string> name = reader.take_string();
     reader.skip_space();
-    if (!name || !reader.take(':')) {
-      return std::nullopt;
-    }
+    if (!name || !reader.take(':')) return std::nullopt;
     reader.skip_space();
     const std::optional<std::int64_t> value = reader.take_integer();
     reader.skip_space();
     closed = reader.take('}');
     // A fraction or an exponent behind the digits ends here: neither a comma nor the closing brace.
-    if (!value || (!closed && !reader.take(','))) {
-      return std::nullopt;
-    }
+    if (!value || (!closed && !reader.take(','))) return std::nullopt;
     members.insert_or_assign(*std::move(name), *value);
   }
   reader.skip_space();
@@ -227,9 +196,7 @@ std::string format_flat_json(const std::map<std::string, std::int64_t>& members)
   std::string text = "{";
   for (const auto& [name, value] : members) {
     text.append(text.size() > 1 ? ", \"" : "\"");
-    for (std::string_view rest = name; !rest.empty();) {
-      append_character(text, take_character(rest));
-    }
+    for (std::string_view rest = name; !rest.empty();) append_character(text, take_character(rest));
     text.append("\": ").append(std::to_string(value));
   }
   return text.append("}");

@@ -20,9 +20,7 @@ std::optional<std::string_view> take_component(std::string_view& rest) {
     const std::size_t end = std::min(rest.find('/'), rest.size());
     const std::string_view component = rest.substr(0, end);
     rest.remove_prefix(std::min(end + 1, rest.size()));
-    if (!component.empty() && component != ".") {
-      return component;
-    }
+    if (!component.empty() && component != ".") return component;
   }
   return std::nullopt;
 }
@@ -32,20 +30,14 @@ std::optional<std::size_t> end_of_set(std::string_view set) {
   std::size_t at = set.starts_with('!') || set.starts_with('^') ? 1 : 0;
   // From the second member on, a `]` closes the set.
   for (bool first = true; at < set.size(); ++at, first = false) {
-    if (set[at] == ']' && !first) {
-      return at + 1;
-    }
-    if (set[at] == '\\' && at + 1 < set.size()) {
-      ++at;
-    }
+    if (set[at] == ']' && !first) return at + 1;
+    if (set[at] == '\\' && at + 1 < set.size()) ++at;
   }
   return std::nullopt;
 }
 
 Utf8Character take_member(std::string_view& members) {
-  if (members.starts_with('\\') && members.size() > 1) {
-    members.remove_prefix(1);
-  }
+  if (members.starts_with('\\') && members.size() > 1) members.remove_prefix(1);
   return take_character(members);
 }
 
@@ -79,9 +71,7 @@ bool match_one(std::string_view& text, std::string_view& pattern) {
   }
   if (kind == '[') {
     const std::optional<std::size_t> end = end_of_set(pattern.substr(1));
-    if (!end) {
-      return false;
-    }
+    if (!end) return false;
     const std::string_view set = pattern.substr(1, *end - 1);
     pattern.remove_prefix(*end + 1);
     return is_in_set(character, set);
@@ -102,12 +92,8 @@ bool component_matches(std::string_view text, std::string_view pattern) {
       retry_pattern = pattern;
       continue;
     }
-    if (!text.empty() && !pattern.empty() && match_one(text, pattern)) {
-      continue;
-    }
-    if (!retry_text || retry_text->empty()) {
-      return false;
-    }
+    if (!text.empty() && !pattern.empty() && match_one(text, pattern)) continue;
+    if (!retry_text || retry_text->empty()) return false;
     take_character(*retry_text);
     text = *retry_text;
     pattern = retry_pattern;
@@ -118,21 +104,14 @@ bool component_matches(std::string_view text, std::string_view pattern) {
 }  // namespace
 
 bool path_is_under(std::string_view path, std::string_view directory) {
-  if (is_absolute(path) != is_absolute(directory)) {
-    return false;
-  }
-  while (const std::optional<std::string_view> expected = take_component(directory)) {
-    if (take_component(path) != expected) {
-      return false;
-    }
-  }
+  if (is_absolute(path) != is_absolute(directory)) return false;
+  while (const std::optional<std::string_view> expected = take_component(directory))
+    if (take_component(path) != expected) return false;
   return true;
 }
 
 bool path_matches(std::string_view path, std::string_view pattern) {
-  if (is_absolute(path) != is_absolute(pattern)) {
-    return false;
-  }
+  if (is_absolute(path) != is_absolute(pattern)) return false;
   // As in component_matches, a component at a time: only the last `**` is tried again.
   std::optional<std::string_view> retry_path;
   std::string_view retry_pattern;
@@ -141,9 +120,7 @@ bool path_matches(std::string_view path, std::string_view pattern) {
     std::string_view pattern_rest = pattern;
     const std::optional<std::string_view> component = take_component(path_rest);
     const std::optional<std::string_view> expected = take_component(pattern_rest);
-    if (!component && !expected) {
-      return true;
-    }
+    if (!component && !expected) return true;
     if (expected == "**") {
       pattern = pattern_rest;
       retry_path = path;
@@ -155,9 +132,7 @@ bool path_matches(std::string_view path, std::string_view pattern) {
       pattern = pattern_rest;
       continue;
     }
-    if (!retry_path || !take_component(*retry_path)) {
-      return false;
-    }
+    if (!retry_path || !take_component(*retry_path)) return false;
     path = *retry_path;
     pattern = retry_pattern;
   }

@@ -15,18 +15,10 @@ struct Lead {
 };
 
 Lead lead_of(unsigned char byte) {
-  if (byte < 0x80) {
-    return {1, byte, 0};
-  }
-  if (byte >= 0xc0 && byte < 0xe0) {
-    return {2, byte & 0x1fU, 0x80};
-  }
-  if (byte >= 0xe0 && byte < 0xf0) {
-    return {3, byte & 0x0fU, 0x800};
-  }
-  if (byte >= 0xf0 && byte < 0xf8) {
-    return {4, byte & 0x07U, 0x10000};
-  }
+  if (byte < 0x80) return {1, byte, 0};
+  if (byte >= 0xc0 && byte < 0xe0) return {2, byte & 0x1fU, 0x80};
+  if (byte >= 0xe0 && byte < 0xf0) return {3, byte & 0x0fU, 0x800};
+  if (byte >= 0xf0 && byte < 0xf8) return {4, byte & 0x07U, 0x10000};
   return {0, 0, 0};
 }
 

@@ -26,9 +26,9 @@ class CompactionTest : public ::testing::Test {
 };
 
 TEST_F(CompactionTest, StartsAtTwoThousandPagesAndATenthOfTheFile) {
-  static constexpr std::tuple<std::int64_t, std::int64_t, bool> cases[] = {
+  static constexpr std::tuple<std::int64_t, std::int64_t, bool> CASES[] = {
       {3000, 2047, false}, {3000, 2048, true}, {20480, 2048, true}, {20481, 2048, false}};
-  for (const auto& [pages, free, compacts] : cases) {
+  for (const auto& [pages, free, compacts] : CASES) {
     open_with_free_pages(pages, free);
     EXPECT_EQ(db->compact(), (Compaction{false, compacts ? free : 0, {}})) << free << "/" << pages;
     EXPECT_EQ(free_pages(), compacts ? 0 : free);

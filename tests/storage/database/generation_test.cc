@@ -16,18 +16,18 @@ TEST(GenerationTest, RefreshMarksTheFilesOfChangedLanguagesAndRecordsTheVersions
     int marked;
     const char *changed, *stale;  // as the log names them, none: no line; in the file afterwards
   };
-  static constexpr const char* both = R"({"kotlin": 1, "typescript": 3})";
-  static constexpr const char* odd = "{ \"typescript\":3,\"kotlin\":1 }";
-  static constexpr const char* one = R"({"typescript": 3})";
-  static constexpr const char* more = R"({"ruby": 1, "typescript": 4})";
-  static constexpr const char* far = R"({"c\u00e9\ud83d\ude00\udcff\"": 1})";
-  static constexpr Case cases[] = {
-      {"no stamp", nullptr, both, both, 3, "kotlin, typescript", "a.kt b.kt c.ts old.kt"},
-      {"another form of the same stays", odd, both, odd, 0, nullptr, "old.kt"},
-      {"one newer, one without files", one, more, more, 1, "ruby, typescript", "c.ts old.kt"},
-      {"no versions any more", one, "{}", "{}", 0, nullptr, "old.kt"},
-      {"names beyond ASCII and UTF-8", nullptr, far, far, 0, nullptr, "old.kt"}};
-  for (const auto& [why, stored, versions, stamp, marked, changed, stale] : cases) {
+  static constexpr const char* BOTH = R"({"kotlin": 1, "typescript": 3})";
+  static constexpr const char* ODD = "{ \"typescript\":3,\"kotlin\":1 }";
+  static constexpr const char* ONE = R"({"typescript": 3})";
+  static constexpr const char* MORE = R"({"ruby": 1, "typescript": 4})";
+  static constexpr const char* FAR = R"({"c\u00e9\ud83d\ude00\udcff\"": 1})";
+  static constexpr Case CASES[] = {
+      {"no stamp", nullptr, BOTH, BOTH, 3, "kotlin, typescript", "a.kt b.kt c.ts old.kt"},
+      {"another form of the same stays", ODD, BOTH, ODD, 0, nullptr, "old.kt"},
+      {"one newer, one without files", ONE, MORE, MORE, 1, "ruby, typescript", "c.ts old.kt"},
+      {"no versions any more", ONE, "{}", "{}", 0, nullptr, "old.kt"},
+      {"names beyond ASCII and UTF-8", nullptr, FAR, FAR, 0, nullptr, "old.kt"}};
+  for (const auto& [why, stored, versions, stamp, marked, changed, stale] : CASES) {
     SCOPED_TRACE(why);
     TempDatabase db;
     db->execute(

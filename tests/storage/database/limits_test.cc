@@ -84,11 +84,10 @@ TEST(LimitsTest, EndEveryWait) {
   // For the connection lock, in its turn: who waits behind is served.
   db->transaction([&](Cursor&) {
     std::vector<std::future<void>> asked;
-    for (const std::string& sql : {write, std::string("PRAGMA page_count")}) {
+    for (const std::string& sql : {write, std::string("PRAGMA page_count")})
       asked.push_back(std::async(std::launch::async, [&, sql] {
         expect_interrupted([&] { every_way_to_ask(sql)[2](*db, SOON); }, "waiting for the lock");
       }));
-    }
     for (auto& each : asked) EXPECT_TRUE(finished(each));
   });
   // For the file, which another connection has locked.
@@ -97,10 +96,9 @@ TEST(LimitsTest, EndEveryWait) {
   expect_interrupted([&] { db->fetchone(write, {}, SOON); }, "waiting for the file");
   std::stop_source typing;
   typing.request_stop();
-  for (const Limits& over : {Limits{0ms, {}}, Limits{-1ms, {}}, Limits{{}, typing.get_token()}}) {
+  for (const Limits& over : {Limits{0ms, {}}, Limits{-1ms, {}}, Limits{{}, typing.get_token()}})
     for (const Ask& ask : every_way_to_ask("no SQL"))
       expect_interrupted([&] { ask(*db, over); }, "over before it began");
-  }
   db->connection()->set_busy_timeout(40ms);
   EXPECT_THAT([&] { db->fetchone(write, {}, {.timeout = 1h, .stop = {}}); },
               ThrowsMessage<OperationalError>("database is locked"));
@@ -117,11 +115,10 @@ TEST(LimitsTest, OfFiftyQueriesTheSecondHalfAloneIsHit) {
   for (std::size_t i = 0; i < 50; ++i) {
     asked.push_back(std::async(std::launch::async, [&, i] {
       const Ask ask = every_way_to_ask(i % 2 == 0 ? "SELECT 1" : ENDLESS)[i % 4];
-      if (i % 2 == 0) {
+      if (i % 2 == 0)
         EXPECT_NO_THROW(ask(*db, {.timeout = 60s, .stop = {}}));
-      } else {
+      else
         expect_interrupted([&] { ask(*db, {.timeout = 5ms, .stop = {}}); }, "endless");
-      }
       EXPECT_NO_THROW(db->fetchall("SELECT * FROM files"));
       EXPECT_NO_THROW(db->execute("DELETE FROM edges"));
     }));

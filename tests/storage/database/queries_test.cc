@@ -26,12 +26,12 @@ class QueriesTest : public ::testing::Test {
 };
 
 TEST_F(QueriesTest, EachStatementRunsOnItsConnection) {
-  static constexpr std::pair<const char*, bool> cases[] = {
+  static constexpr std::pair<const char*, bool> CASES[] = {
       {"SELECT count(*) FROM t", false}, {"PRAGMA user_version;", false},
       {"PRAGMA page_count", true},       {"VALUES (2)", true},
       {"/**/ SELECT 2", true},
   };
-  for (const auto& [sql, on_writer] : cases) {
+  for (const auto& [sql, on_writer] : CASES) {
     db->fetchall(sql);
     EXPECT_EQ(log->count(sql), on_writer ? 1 : 0) << sql;
     db->transaction([&, text = sql](Cursor&) { db->fetchone(text); });

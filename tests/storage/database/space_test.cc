@@ -18,7 +18,7 @@ TEST(SpaceTest, ADiskFallsShortByTheFirstDirectoryThatDoes) {
     std::int64_t free_beside_database, free_for_temporary;
     const char* shortfall;  // none when the disk suffices
   };
-  static constexpr Case cases[] = {
+  static constexpr Case CASES[] = {
       {"exactly twice the data is enough on one volume", 1, 2 * DATA + MARGIN, 0, nullptr},
       {"a byte less is not", 1, 2 * DATA + MARGIN - 1, 0,
        "1063 MiB free in /data, 1064 MiB needed"},
@@ -27,7 +27,7 @@ TEST(SpaceTest, ADiskFallsShortByTheFirstDirectoryThatDoes) {
        "563 MiB free in /fake/tmp, 564 MiB needed"},
   };
   const EnvironmentVariable unset("SQLITE_TMPDIR", "");
-  for (const auto& [why, device, beside, temporary, shortfall] : cases) {
+  for (const auto& [why, device, beside, temporary, shortfall] : CASES) {
     SCOPED_TRACE(why);
     const FakeDisk disk({{"/data", {1, beside}}, {"/fake/tmp", {device, temporary}}});
     EXPECT_EQ(_disk_shortfall("/data/", DATA).value_or("none"),

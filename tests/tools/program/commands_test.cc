@@ -102,9 +102,8 @@ TEST(RebuildTest, TakesTheFilesThatGitWouldAndLeavesTheIndexAlone) {
 TEST(RebuildTest, GoesOnBehindFilesThatKillCtagsOrKeepIt) {
   ToolTree tree;
   tree.use_stand_in_ctags();
-  for (const char* name : {"a.c", "b.c", "crash.c", "d.c", "e.c", "hang.c", "i.c"}) {
+  for (const char* name : {"a.c", "b.c", "crash.c", "d.c", "e.c", "hang.c", "i.c"})
     tree.write(name, "text\n");
-  }
   ASSERT_EQ(tree.run({"rebuild", "--jobs", "1", "--file-limit", "1"}).status, 0);
   EXPECT_THAT(tree.rows("SELECT name FROM symbols WHERE kind = 'function' ORDER BY name"),
               ElementsAre("in_a.c", "in_b.c", "in_d.c", "in_e.c", "in_i.c"));
@@ -202,9 +201,7 @@ TEST_F(KillTest, ARebuildLeavesTheOldIndexOrNoneOrTheNewOneWhole) {
     }
     const bool has_index = std::filesystem::exists(tree.index());
     EXPECT_TRUE(has_index || !had_index);
-    if (has_index) {
-      EXPECT_EQ(tree.run({"check"}).status, 0);
-    }
+    EXPECT_TRUE(!has_index || tree.run({"check"}).status == 0);
     const std::vector<std::string> left =
         has_index ? tree.rows(CONTENT) : std::vector<std::string>();
     const std::vector<std::string> after = rebuild();
@@ -268,9 +265,7 @@ TEST_F(ProjectTest, AnUpdateEndsWithWhatARebuildWouldMake) {
     EXPECT_EQ(done["parsed"], parsed);
     EXPECT_EQ(done["removed"], removed);
     const std::vector<std::string> updated = tree.rows(CONTENT);
-    if (what == "changed") {
-      EXPECT_EQ(tree.rows(IDS), ids) << "nothing tells caches of a new id";
-    }
+    EXPECT_TRUE(what != "changed" || tree.rows(IDS) == ids) << "nothing tells caches of a new id";
     ASSERT_EQ(tree.run({"rebuild"}).status, 0);
     EXPECT_EQ(updated, tree.rows(CONTENT));
   }

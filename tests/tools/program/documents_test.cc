@@ -14,9 +14,8 @@ using Names = std::set<std::string>;
 Names names_in(const std::string& text, const std::string& pattern) {
   Names names;
   const std::regex regex(pattern);
-  for (std::sregex_iterator at(text.begin(), text.end(), regex), end; at != end; ++at) {
+  for (std::sregex_iterator at(text.begin(), text.end(), regex), end; at != end; ++at)
     names.insert((*at)[1]);
-  }
   return names;
 }
 

@@ -13,9 +13,8 @@ Texts shown(const std::vector<MarkedLine>& lines) {
   Texts all;
   for (const MarkedLine& line : lines) {
     all.push_back(std::to_string(line.number) + " " + line.text);
-    for (const auto& [begin, end] : line.hits) {
+    for (const auto& [begin, end] : line.hits)
       all.back() += " [" + std::to_string(begin) + "," + std::to_string(end) + ")";
-    }
   }
   return all;
 }

@@ -128,9 +128,8 @@ TEST_F(TextSearchTest, NamesWithAPartComeShortestFirstUpToTheLimit) {
 
 TEST(SecondaryFilesTest, AreGeneratedOrForeign) {
   for (const char* path :
-       {"vendor/a.c", "x/node_modules/y/z.js", "a.min.js", "package-lock.json", "api_pb2.py"}) {
+       {"vendor/a.c", "x/node_modules/y/z.js", "a.min.js", "package-lock.json", "api_pb2.py"})
     EXPECT_TRUE(is_secondary(path)) << path;
-  }
   for (const char* path : {"a.c", "src/vendor.c", "invendor/a.c", "a.js"})
     EXPECT_FALSE(is_secondary(path)) << path;
 }

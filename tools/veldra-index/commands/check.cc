@@ -42,11 +42,10 @@ int check(const Options& options) {
     if (!tells_of_damage(damage, place)) throw;
   }
   const auto word = [](bool sound) { return sound ? "ok" : "damaged"; };
-  if (options.json) {
+  if (options.json)
     print_json({{"integrity", word(file)}, {"full_text", word(full_text)}});
-  } else if (!options.quiet || !file || !full_text) {
+  else if (!options.quiet || !file || !full_text)
     std::cout << "file       " << word(file) << "\nfull text  " << word(full_text) << '\n';
-  }
   if (file && full_text) return EXIT_DONE;
   throw Failure(place.db.string() + " is damaged: " + std::string(DAMAGE_ADVICE));
 }

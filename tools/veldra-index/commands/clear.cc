@@ -22,11 +22,10 @@ int clear(const Options& options) {
   const std::int64_t files = index->get_stats().at("files");
   index->clear_all();
   index->compact();
-  if (options.json) {
+  if (options.json)
     print_json({{"files_removed", files}});
-  } else if (!options.quiet) {
+  else if (!options.quiet)
     std::cout << with_commas(files) << " files removed from the index\n";
-  }
   return EXIT_DONE;
 }
 

@@ -22,13 +22,12 @@ std::string Argument::default_text() const {
   return std::visit(
       [](const auto* held) -> std::string {
         using Held = std::remove_cvref_t<decltype(*held)>;
-        if constexpr (std::is_arithmetic_v<Held>) {
+        if constexpr (std::is_arithmetic_v<Held>)
           return std::to_string(*held);
-        } else if constexpr (std::is_same_v<Held, std::string>) {
+        else if constexpr (std::is_same_v<Held, std::string>)
           return *held;
-        } else {
+        else
           return {};
-        }
       },
       target);
 }

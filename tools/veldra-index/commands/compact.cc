@@ -38,10 +38,8 @@ Compaction compact_visibly(Database& index) {
   std::condition_variable_any woken;
   const std::jthread watcher([&](const std::stop_token& stop) {
     std::unique_lock lock(mutex);
-    while (!woken.wait_for(lock, stop, LOOK_EVERY, [] { return false; }) &&
-           !stop.stop_requested()) {
+    while (!woken.wait_for(lock, stop, LOOK_EVERY, [] { return false; }) && !stop.stop_requested())
       show_released(index, total, progress);
-    }
   });
   Compaction result = index.compact();
   progress.set_done(static_cast<std::uint64_t>(result.pages_released));
@@ -61,13 +59,12 @@ int compact(const Options& options) {
     return EXIT_DONE;
   }
   if (options.quiet) return EXIT_DONE;
-  if (result.skipped) {
+  if (result.skipped)
     std::cout << "not compacted: " << *result.skipped << '\n';
-  } else if (result.converted) {
+  else if (result.converted)
     std::cout << "converted to incremental auto-vacuum\n";
-  } else {
+  else
     std::cout << with_commas(result.pages_released) << " pages given back\n";
-  }
   return EXIT_DONE;
 }
 

@@ -15,11 +15,10 @@ namespace {
 int export_index(const Options& options, const std::filesystem::path& file) {
   OpenIndex index = OpenIndex::existing(index_of(options.directory, options.db).place);
   const std::int64_t bytes = index->export_to(file);
-  if (options.json) {
+  if (options.json)
     print_json({{"file", file.string()}, {"bytes", bytes}});
-  } else if (!options.quiet) {
+  else if (!options.quiet)
     std::cout << as_size(bytes) << " in " << one_line(file.string()) << '\n';
-  }
   return EXIT_DONE;
 }
 

@@ -105,11 +105,10 @@ int health(const Options& options) {
     if (!tells_of_damage(damage, place)) throw;
     json = {{"integrity", "damaged"}};
   }
-  if (options.json) {
+  if (options.json)
     print_json(json);
-  } else if (json.size() > 1) {
+  else if (json.size() > 1)
     print(json);
-  }
   if (json["integrity"] == "ok") return EXIT_DONE;
   throw Failure(place.db.string() + " is damaged: " + std::string(DAMAGE_ADVICE));
 }

@@ -80,11 +80,10 @@ int import_index(const Options& options, const fs::path& file) {
   const RemoveOnExit remove_on_exit({place.lock()});
   OpenIndex index = OpenIndex::existing_or_new(place);
   const RowCounts rows = swap_in(*index, file, exported);
-  if (options.json) {
+  if (options.json)
     print_json({{"index", place.db.string()}, {"files", rows.at("files")}});
-  } else if (!options.quiet) {
+  else if (!options.quiet)
     std::cout << with_commas(rows.at("files")) << " files in " << place.db.string() << '\n';
-  }
   return EXIT_DONE;
 }
 

@@ -21,9 +21,8 @@ namespace {
 std::optional<OpenIndex> open_old_index(const IndexPlace& place) {
   std::error_code error;
   if (!std::filesystem::exists(place.db, error)) return std::nullopt;
-  if (::access(place.db.c_str(), W_OK) != 0) {
+  if (::access(place.db.c_str(), W_OK) != 0)
     throw Failure(place.db.string() + " cannot be written; name another file with --db FILE");
-  }
   try {
     return OpenIndex::existing(place);
   } catch (const Error& damage) {

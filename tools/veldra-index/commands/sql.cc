@@ -73,11 +73,10 @@ class TableRows {
   }
 
   void end(bool quiet) {
-    if (_table) {
+    if (_table)
       _table->print();
-    } else if (!quiet) {
+    else if (!quiet)
       std::cout << "no rows\n";
-    }
   }
 
  private:

@@ -44,9 +44,8 @@ int stats(const Options& options) {
     print_json(json);
     return EXIT_DONE;
   }
-  for (const auto& [name, count] : counts) {
+  for (const auto& [name, count] : counts)
     std::cout << name << std::string(12 - name.size(), ' ') << with_commas(count) << '\n';
-  }
   std::cout << "languages   ";
   static constexpr std::size_t SHOWN = 6;
   for (std::size_t at = 0; at < std::min(languages.size(), SHOWN); ++at) {

@@ -47,9 +47,8 @@ BuildLock::BuildLock(const IndexPlace& place) : _path(place.lock()) {
                     "; name another place with --db FILE");
     }
     if (::flock(_file.get(), LOCK_EX | LOCK_NB) != 0) {
-      if (errno != EWOULDBLOCK) {
+      if (errno != EWOULDBLOCK)
         throw Failure("cannot lock " + _path.string() + ": " + message_of(errno));
-      }
       throw Failure(holder(_file.get()) + " is building this index; wait for it, or end it");
     }
   } while (!is_same_file(_file.get(), _path));

@@ -15,13 +15,11 @@ constexpr std::string_view SOME_FILES = "SELECT path FROM files ORDER BY id LIMI
 /// Its lines, without their ends.
 std::vector<std::string> lines_of_text(std::string_view text) {
   std::vector<std::string> lines(1);
-  for (const char byte : text) {
-    if (byte == '\n') {
+  for (const char byte : text)
+    if (byte == '\n')
       lines.emplace_back();
-    } else if (byte != '\r') {
+    else if (byte != '\r')
       lines.back() += byte;
-    }
-  }
   return lines;
 }
 

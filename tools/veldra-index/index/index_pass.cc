@@ -19,9 +19,8 @@ PassResult run_pass(Cursor& cursor, const IndexPlace& place, const Tree& tree, c
   PassResult result;
   IndexWriter writer(cursor, paths, read_manifests(place.root, paths));
   for (const std::string& path : plan.gone) result.removed += writer.remove(path);
-  for (const Tree::Unreadable& folder : tree.unreadable) {
+  for (const Tree::Unreadable& folder : tree.unreadable)
     writer.record_problems(folder.path, {{"io_error", folder.message, std::nullopt}});
-  }
   Progress progress("Indexing", plan.files.size(), "files");
   parse_files(place.root, plan.files, limits, [&](const std::unique_ptr<ParsedFile>& file) {
     check_interrupted();

@@ -89,13 +89,11 @@ IndexWriter::IndexWriter(Cursor& cursor, const std::vector<std::string_view>& pa
 
 void IndexWriter::_load() {
   _cursor.execute("SELECT path, id FROM files");
-  while (const std::optional<Row> row = _cursor.fetchone()) {
+  while (const std::optional<Row> row = _cursor.fetchone())
     _files.emplace((*row)[0].as_text(), File{(*row)[1].as_integer(), 0});
-  }
   _cursor.execute("SELECT name, id FROM components");
-  for (const Row& row : _cursor.fetchall()) {
+  for (const Row& row : _cursor.fetchall())
     _components.emplace(row[0].as_text(), row[1].as_integer());
-  }
   _next_file = next_id(_cursor, "files");
   _next_symbol = next_id(_cursor, "symbols");
   _next_component = next_id(_cursor, "components");
@@ -235,9 +233,8 @@ void IndexWriter::_resolve_among_indexed() {
   };
   if (std::ranges::all_of(_pending, [&](const PendingImport& import) {
         return std::ranges::all_of(import.targets, is_indexed);
-      })) {
+      }))
     return;
-  }
   std::vector<std::string_view> indexed;
   std::vector<std::size_t> positions;
   for (std::size_t at = 0; at < _paths.size(); ++at) {

@@ -36,9 +36,8 @@ Look look_at(const fs::path& db) {
 
 Look refuse_foreign(const fs::path& db) {
   const Look look = look_at(db);
-  if (look.foreign) {
+  if (look.foreign)
     throw Failure(db.string() + " is another program's database; name another file with --db FILE");
-  }
   return look;
 }
 

@@ -27,9 +27,8 @@ using KnownFiles = std::unordered_map<std::string, KnownFile>;
 
 KnownFiles known_files(Database& index) {
   KnownFiles files;
-  for (const Row& row : index.fetchall("SELECT path, hash, coalesce(size, -1) FROM files")) {
+  for (const Row& row : index.fetchall("SELECT path, hash, coalesce(size, -1) FROM files"))
     files.emplace(row[0].as_text(), KnownFile{std::string(row[1].as_text()), row[2].as_integer()});
-  }
   return files;
 }
 
@@ -159,9 +158,8 @@ class Planner {
 
   void _add_importers(Database& index) {
     const std::set<std::string> importers = affected_importers(index, _plan.lost, _added);
-    for (PassFile& file : _plan.pass.files) {
+    for (PassFile& file : _plan.pass.files)
       if (importers.contains(file.source.path)) file.known_stamp.clear();
-    }
     for (const SourcePath* file : _unchanged) {
       if (!importers.contains(file->path)) continue;
       _plan.pass.files.push_back({*file, {}});
@@ -195,9 +193,8 @@ UpdatePlan plan_update(Database& index, const std::filesystem::path& root, const
     present.insert(file.path);
     planner.add(file);
   }
-  for (const auto& [path, file] : known) {
+  for (const auto& [path, file] : known)
     if (!present.contains(path)) planner.add_gone(path, file);
-  }
   return planner.finish(index);
 }
 

@@ -35,16 +35,14 @@ CtagsProgram inspect_ctags() {
   static constexpr std::string_view NAME = "Universal Ctags ";
   const std::string banner = run_ctags("--version");
   const std::size_t name = banner.find(NAME);
-  if (name != 0 || banner.find("+json") == std::string::npos) {
+  if (name != 0 || banner.find("+json") == std::string::npos)
     throw Failure("ctags in the PATH is not a usable one: " + std::string(HOW_TO_INSTALL));
-  }
   CtagsProgram program;
   program.version =
       banner.substr(NAME.size(), banner.find_first_of(",( \n", NAME.size()) - NAME.size());
   std::istringstream languages(run_ctags("--list-languages"));
-  for (std::string line; std::getline(languages, line);) {
+  for (std::string line; std::getline(languages, line);)
     if (!line.empty() && line.find(' ') == std::string::npos) program.languages.push_back(line);
-  }
   return program;
 }
 
@@ -54,9 +52,8 @@ std::map<std::string, std::int64_t> extractor_versions(const CtagsProgram& progr
   std::string number;
   for (int part = 0; part < 3; ++part) {
     std::int64_t value = 0;
-    if (std::getline(numbers, number, '.')) {
+    if (std::getline(numbers, number, '.'))
       std::from_chars(number.data(), number.data() + number.size(), value);
-    }
     version = version * 1000 + value;
   }
   std::map<std::string, std::int64_t> versions;
@@ -74,9 +71,8 @@ CtagsAnswer ask_ctags(const std::filesystem::path& root, std::span<const std::st
   std::vector<std::string> arguments = {
       "ctags", "--quiet",         "--options=NONE",   "--output-format=json", "--sort=no",
       "-f",    "/proc/self/fd/1", "--fields=Nlnzser", "--extras=+rf-p"};
-  for (const std::string_view path : paths) {  // one that begins with a dash would be an option
+  for (const std::string_view path : paths)  // one that begins with a dash would be an option
     arguments.push_back((path.starts_with('-') ? "./" : "") + std::string(path));
-  }
   Captured captured = run_program(arguments, root, patience);
 
   CtagsAnswer answer;

@@ -67,11 +67,10 @@ void scan_python(std::string_view text, Imports& imports) {
   SourceTokens tokens(text, RULES);
   bool at_begin = true;
   for (Token token = tokens.next(); token.kind != Kind::End;) {
-    if (at_begin && token.is("import")) {
+    if (at_begin && token.is("import"))
       python_import(tokens, token, imports);
-    } else if (at_begin && token.is("from")) {
+    else if (at_begin && token.is("from"))
       python_from(tokens, token, imports);
-    }
     at_begin = token.kind == Kind::LineEnd || token.is(';') || token.is(':');
     token = tokens.next();
   }
@@ -105,15 +104,13 @@ void scan_go(std::string_view text, Imports& imports) {
       .line_comment = "//", .block_comments = true, .quotes = "\"'", .raw_quote = '`'};
   SourceTokens tokens(text, RULES);
   bool importing = false;
-  for (Token token = tokens.next(); token.kind != Kind::End; token = tokens.next()) {
-    if (token.is("import")) {
+  for (Token token = tokens.next(); token.kind != Kind::End; token = tokens.next())
+    if (token.is("import"))
       importing = true;
-    } else if (token.is("func") || token.is("type") || token.is("var") || token.is("const")) {
+    else if (token.is("func") || token.is("type") || token.is("var") || token.is("const"))
       return;
-    } else if (importing && token.kind == Kind::Text) {
+    else if (importing && token.kind == Kind::Text)
       imports.push_back({std::string(token.text), {}, token.line, false});
-    }
-  }
 }
 
 // Rust -------------------------------------------------------------------------------------------
@@ -126,11 +123,10 @@ void rust_tree(SourceTokens& tokens, Token& token, const std::string& prefix, in
                Imports& imports) {
   std::string path = prefix;
   while (token.kind == Kind::Word || token.is(':') || token.is('*')) {
-    if (token.is("as")) {
+    if (token.is("as"))
       (void)tokens.next();  // the name
-    } else if (token.kind == Kind::Word) {
+    else if (token.kind == Kind::Word)
       path += (path.empty() ? "" : "::") + std::string(token.text);
-    }
     token = tokens.next();
   }
   if (!token.is('{') || depth == DEEPEST_TREE) {

@@ -56,17 +56,16 @@ Token SourceTokens::next() {
 
 bool SourceTokens::_skip_blank_or_comment() {
   const char byte = _text[_position];
-  if (byte == ' ' || byte == '\t' || byte == '\r' || byte == '\f') {
+  if (byte == ' ' || byte == '\t' || byte == '\r' || byte == '\f')
     ++_position;
-  } else if (_at(_rules.line_comment)) {
+  else if (_at(_rules.line_comment))
     _position = std::min(_text.find('\n', _position), _text.size());
-  } else if (_rules.block_comments && _at("/*")) {
+  else if (_rules.block_comments && _at("/*"))
     _skip_block();
-  } else if (_rules.lines_matter && (_at("\\\n") || _at("\\\r\n"))) {
+  else if (_rules.lines_matter && (_at("\\\n") || _at("\\\r\n")))
     _skip_to("\n");
-  } else {
+  else
     return false;
-  }
   return true;
 }
 

@@ -63,13 +63,12 @@ class TagImport {
  private:
   void _read_line(std::span<char> line) {
     TagLine tag;
-    if (!read_tag_line(line, tag)) {
+    if (!read_tag_line(line, tag))
       _problem(PARTIAL_PARSE_ERROR, "ctags gave a line that is no tag", {});
-    } else if (tag.type == "error") {
+    else if (tag.type == "error")
       _problem(PARTIAL_PARSE_ERROR, "ctags: " + std::string(tag.message), {});
-    } else if (tag.type == "tag") {
+    else if (tag.type == "tag")
       _add(tag);
-    }
   }
 
   void _add(const TagLine& tag) {
@@ -86,11 +85,9 @@ class TagImport {
   void _name_symbols() {
     const std::string_view separator = contains(LANGUAGES_WITH_COLONS, _file.language) ? "::" : ".";
     std::size_t length = 0;
-    for (std::size_t at = 0; at < _scopes.size(); ++at) {
-      if (!_scopes[at].name.empty()) {
+    for (std::size_t at = 0; at < _scopes.size(); ++at)
+      if (!_scopes[at].name.empty())
         length += _scopes[at].name.size() + separator.size() + _file.symbols[at].name.size();
-      }
-    }
     _file.fqns.reserve(length);  // a text that grew would leave views behind
     for (std::size_t at = 0; at < _scopes.size(); ++at) {
       if (_scopes[at].name.empty()) continue;
@@ -103,15 +100,12 @@ class TagImport {
   void _find_parents() {
     std::unordered_map<std::string_view, std::vector<std::size_t>>
         named;  // scope -> who has its name
-    for (const Scope& scope : _scopes) {
+    for (const Scope& scope : _scopes)
       if (!scope.name.empty()) named.try_emplace(scope.name);
-    }
     if (named.empty()) return;
-    for (std::size_t at = 0; at < _file.symbols.size(); ++at) {
-      if (const auto found = named.find(_file.symbols[at].fqn); found != named.end()) {
+    for (std::size_t at = 0; at < _file.symbols.size(); ++at)
+      if (const auto found = named.find(_file.symbols[at].fqn); found != named.end())
         found->second.push_back(at);
-      }
-    }
     for (auto& [name, symbols] : named) {
       std::stable_sort(symbols.begin(), symbols.end(), [this](std::size_t left, std::size_t right) {
         return _file.symbols[left].start_line < _file.symbols[right].start_line;

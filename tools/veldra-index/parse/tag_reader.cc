@@ -34,13 +34,11 @@ class Scanner {
     char* const begin = _at;
     while (_at != _end && *_at != '"' && *_at != '\\') ++_at;
     char* written = _at;
-    while (_at != _end && *_at != '"') {
-      if (*_at != '\\') {
+    while (_at != _end && *_at != '"')
+      if (*_at != '\\')
         *written++ = *_at++;
-      } else if (!_escape(written)) {
+      else if (!_escape(written))
         return false;
-      }
-    }
     if (_at == _end) return false;
     ++_at;
     text = std::string_view(begin, static_cast<std::size_t>(written - begin));

@@ -66,11 +66,10 @@ struct SpawnSetup {
   SpawnSetup(std::optional<int> output, const std::filesystem::path& directory) {
     ::posix_spawn_file_actions_init(&actions);
     ::posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    if (output) {
+    if (output)
       ::posix_spawn_file_actions_adddup2(&actions, *output, STDOUT_FILENO);
-    } else {
+    else
       ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    }
     ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
     ::posix_spawn_file_actions_addchdir_np(&actions, directory.c_str());
 

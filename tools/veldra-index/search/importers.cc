@@ -38,10 +38,9 @@ std::string files_of_module(ReadIndex& index, const std::vector<std::string_view
   nlohmann::json files = {name};
   const ImportResolver resolver(paths, read_manifests(index.place().root, paths));
   for (const std::string_view importer :
-       {"", "x.py", "x.rb", "x.java", "x.pm", "x.jl", "x.ts", "x.go", "x.rs"}) {
+       {"", "x.py", "x.rb", "x.java", "x.pm", "x.jl", "x.ts", "x.go", "x.rs"})
     for (const std::size_t found : resolver.resolve(importer, {name, {}, 0, false}))
       files.push_back(paths[found]);
-  }
   return files.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
@@ -67,9 +66,8 @@ std::set<std::string_view> languages_without_imports(ReadIndex& index) {
   std::set<std::string_view> unknown;
   index.fetcheach("SELECT path FROM files", {}, [&](const Row& row) {
     const std::string_view extension = extension_of(row[0].as_text());
-    for (const auto& [name, language] : LANGUAGES) {
+    for (const auto& [name, language] : LANGUAGES)
       if (name == extension) unknown.insert(language);
-    }
     return true;
   });
   return unknown;

@@ -126,13 +126,11 @@ std::string narrowing_match(std::string_view text) {
 std::string narrowing_match_of_regex(std::string_view expression) {
   // Where there is a choice, a group or a set, nothing is certain without reading the whole of it.
   static constexpr std::string_view UNREAD = "|([{";
-  for (std::size_t at = 0; at < expression.size(); ++at) {
-    if (expression[at] == '\\') {
+  for (std::size_t at = 0; at < expression.size(); ++at)
+    if (expression[at] == '\\')
       ++at;
-    } else if (UNREAD.find(expression[at]) != std::string_view::npos) {
+    else if (UNREAD.find(expression[at]) != std::string_view::npos)
       return {};
-    }
-  }
   std::string match, run;
   const auto end_run = [&] {
     add_match(match, narrowing_match(run));
@@ -142,13 +140,12 @@ std::string narrowing_match_of_regex(std::string_view expression) {
     const char byte = expression[at];
     if (byte == '\\' && at + 1 < expression.size()) {
       const char escaped = expression[++at];
-      if (!is_word_byte(escaped)) {
+      if (!is_word_byte(escaped))
         run += escaped;
-      } else if (std::string_view("bBdDsSwW").find(escaped) != std::string_view::npos) {
+      else if (std::string_view("bBdDsSwW").find(escaped) != std::string_view::npos)
         end_run();
-      } else {
+      else
         return {};
-      }
     } else if (byte == '*' || byte == '?' || byte == '+') {
       drop_last(run);
       end_run();
@@ -177,9 +174,8 @@ bool has_part(std::string_view name, std::string_view word) {
   const std::string wanted = Parts(word).text;
   if (wanted.empty()) return false;
   for (std::size_t at = parts.text.find(wanted); at != std::string::npos;
-       at = parts.text.find(wanted, at + 1)) {
+       at = parts.text.find(wanted, at + 1))
     if (parts.begins[at] && parts.begins[at + wanted.size()]) return true;
-  }
   return false;
 }
 

@@ -119,9 +119,8 @@ void TextScan::run(ReadIndex& index, const std::function<bool(const Row&)>& visi
   const std::int64_t end = (*last)[0].as_integer() + 1;
   auto readers = index.beside(static_cast<std::size_t>(std::max(threads, 1)));
   if (readers.empty()) {
-    for (std::int64_t number = 0; number < SLICES; ++number) {
+    for (std::int64_t number = 0; number < SLICES; ++number)
       if (!read_slice(index, *this, ranges_of(number, end, files), visit)) return;
-    }
     return;
   }
   Slices slices;
@@ -149,9 +148,8 @@ void TextScan::run(ReadIndex& index, const std::function<bool(const Row&)>& visi
   for (std::int64_t number = 0; number < SLICES; ++number) {
     const Slices::Pieces pieces = slices.take();
     if (pieces.error) std::rethrow_exception(pieces.error);
-    for (const Row& row : pieces.found) {
+    for (const Row& row : pieces.found)
       if (!visit(row)) return;
-    }
   }
 }
 

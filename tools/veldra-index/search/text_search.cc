@@ -45,13 +45,11 @@ bool has_part_of_name(const HitLine& line, const std::vector<SearchQuery::Word>&
 void sort_and_merge(std::vector<Range>& ranges) {
   std::sort(ranges.begin(), ranges.end());
   std::vector<Range> merged;
-  for (const Range& range : ranges) {
-    if (!merged.empty() && range.first < merged.back().second) {
+  for (const Range& range : ranges)
+    if (!merged.empty() && range.first < merged.back().second)
       merged.back().second = std::max(merged.back().second, range.second);
-    } else {
+    else
       merged.push_back(range);
-    }
-  }
   ranges = std::move(merged);
 }
 
@@ -64,9 +62,8 @@ bool is_secondary(std::string_view path) {
   static constexpr std::array<std::string_view, 14> ENDINGS = {
       ".min.js", ".min.css", ".bundle.js", ".map",   "-lock.json", "-lock.yaml",    ".lock",
       "_pb2.py", ".pb.go",   ".pb.h",      ".pb.cc", ".g.dart",    "_generated.go", ".svg"};
-  for (std::string_view folder = folder_of(path); !folder.empty(); folder = folder_of(folder)) {
+  for (std::string_view folder = folder_of(path); !folder.empty(); folder = folder_of(folder))
     if (contains(FOLDERS, file_name_of(folder))) return true;
-  }
   return std::any_of(ENDINGS.begin(), ENDINGS.end(),
                      [path](std::string_view ending) { return path.ends_with(ending); });
 }
@@ -178,9 +175,8 @@ void TextSearch::_add_matches_or_scan(const std::string& match) {
 }
 
 void TextSearch::_add_matches(const std::string& match) {
-  if (const auto last = _add_ranked(match, "text"); last && !_enough()) {
+  if (const auto last = _add_ranked(match, "text"); last && !_enough())
     _add_pieces("text", "code_chunks MATCH ? AND rowid > ?", {match, *last}, "rowid");
-  }
 }
 
 /// The first pieces that match, best first; gives the last of them where there are more.
@@ -268,9 +264,8 @@ bool TextSearch::_add_piece(const Row& piece) {
     }
   }
   if (_options.counts_files || std::ssize(_found.hits) < _options.limit ||
-      _found.lines <= _options.limit + MOST_COUNTED) {
+      _found.lines <= _options.limit + MOST_COUNTED)
     return true;
-  }
   _found.all_counted = false;
   return false;
 }
@@ -366,9 +361,8 @@ const TextSearch::File* TextSearch::_file_of(std::int64_t id) {
 
 void TextSearch::_end_step() {
   for (std::vector<Hit>* const hits : {&_later, &_last}) {
-    for (Hit& hit : *hits) {
+    for (Hit& hit : *hits)
       if (std::ssize(_found.hits) < _options.limit) _found.hits.push_back(std::move(hit));
-    }
     hits->clear();
   }
 }

@@ -47,15 +47,12 @@ std::string advice(int code) {
 }  // namespace
 
 std::string error_text(const std::exception& error, const std::string& db) {
-  if (const auto* sqlite = dynamic_cast<const Error*>(&error)) {
+  if (const auto* sqlite = dynamic_cast<const Error*>(&error))
     return db + ": " + sqlite->what() + advice(sqlite->code());
-  }
-  if (dynamic_cast<const SchemaMigrationError*>(&error) != nullptr) {
+  if (dynamic_cast<const SchemaMigrationError*>(&error) != nullptr)
     return db + ": " + error.what() + "; remove the file and run `veldra-index rebuild`";
-  }
-  if (dynamic_cast<const std::bad_alloc*>(&error) != nullptr) {
+  if (dynamic_cast<const std::bad_alloc*>(&error) != nullptr)
     return "out of memory; close other programs, or use fewer threads with --jobs 1";
-  }
   return error.what();
 }
 

@@ -97,9 +97,8 @@ void Progress::_draw() {
     line.append("[").append(filled, '#').append(BAR_WIDTH - filled, '.').append("] ");
     line.append(std::to_string(done)).append("/").append(std::to_string(_total)).append(" ");
     line.append(_unit).append(number("  %.0f/s", rate));
-    if (rate > 0) {
+    if (rate > 0)
       line.append("  ").append(clock(static_cast<double>(_total - done) / rate)).append(" left");
-    }
   }
   line.resize(std::min(line.size(), terminal_width() - 1));
   std::cerr << "\r\033[K" << line << std::flush;

@@ -31,10 +31,9 @@ void Table::add(std::vector<std::string> cells) {
 void Table::print() {
   if (_widths.empty()) {
     for (const std::string& heading : _headings) _widths.push_back(width_of(heading));
-    for (const auto& line : _lines) {
+    for (const auto& line : _lines)
       for (std::size_t at = 0; at < _widths.size(); ++at)
         _widths[at] = std::max(_widths[at], width_of(line[at]));
-    }
     _print_line(_headings);
   }
   for (const auto& line : _lines) _print_line(line);

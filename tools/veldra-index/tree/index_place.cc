@@ -60,13 +60,11 @@ IndexPlace find_index(const fs::path& directory, const std::optional<fs::path>& 
     throw Failure(directory.string() + ": " + error.message() +
                   "; name the repository's directory");
   }
-  if (!fs::is_directory(root, error)) {
+  if (!fs::is_directory(root, error))
     throw Failure(directory.string() + " is not a directory; name the repository's directory");
-  }
   if (!db) return {root, root / INDEX_FOLDER / INDEX_NAME};
-  if (fs::is_directory(*db, error)) {
+  if (fs::is_directory(*db, error))
     throw Failure(db->string() + " is a directory; --db names a file");
-  }
   return {root, fs::weakly_canonical(fs::absolute(*db), error)};
 }
 

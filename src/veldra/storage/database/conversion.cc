@@ -28,9 +28,8 @@ std::optional<Compaction> Database::_refuse_conversion(std::int64_t used, const 
         "readers", "no read connections: a query would wait for the lock the conversion holds");
   }
   if (file == nullptr) return _skip_compaction("closed", "the database is closed");
-  if (const auto shortfall = _disk_shortfall(file->path().parent_path(), used)) {
+  if (const auto shortfall = _disk_shortfall(file->path().parent_path(), used))
     return _skip_compaction("disk", *shortfall);
-  }
   return std::nullopt;
 }
 

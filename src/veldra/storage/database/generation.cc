@@ -20,18 +20,14 @@ std::vector<std::string> changed_languages(const ExtractorVersions& current,
   std::vector<std::string> changed;
   for (const auto& [language, version] : current) {
     const auto known = stored.find(language);
-    if (known == stored.end() || known->second != version) {
-      changed.push_back(language);
-    }
+    if (known == stored.end() || known->second != version) changed.push_back(language);
   }
   return changed;
 }
 
 std::string joined(const std::vector<std::string>& names) {
   std::string text;
-  for (const std::string& name : names) {
-    text.append(text.empty() ? "" : ", ").append(name);
-  }
+  for (const std::string& name : names) text.append(text.empty() ? "" : ", ").append(name);
   return text;
 }
 
@@ -51,11 +47,10 @@ std::int64_t Database::index_generation() {
 void Database::_bump_index_generation(Cursor* cursor) {
   // SQLite binds no parameter in a PRAGMA; a number cannot hold anything else.
   const std::string sql = "PRAGMA user_version = " + std::to_string(index_generation() + 1);
-  if (cursor != nullptr) {
+  if (cursor != nullptr)
     cursor->execute(sql);
-  } else {
+  else
     execute(sql);
-  }
 }
 
 std::int64_t Database::refresh_extractor_stamp(const ExtractorVersions& versions) {
@@ -74,35 +69,23 @@ std::int64_t Database::refresh_extractor_stamp(const ExtractorVersions& versions
         unknown = known ? std::nullopt : raw;
         const ExtractorVersions stored = known.value_or(ExtractorVersions());
         marked = 0;
-        if (stored == current) {
-          return;
-        }
+        if (stored == current) return;
         const std::vector<std::string> changed = changed_languages(current, stored);
-        if (!changed.empty()) {
-          marked = mark_files_stale(cursor, changed);
-        }
+        if (!changed.empty()) marked = mark_files_stale(cursor, changed);
         marked_line = "Extractor changed for " + joined(changed) + ": " + std::to_string(marked) +
                       " files marked for re-indexing";
         cursor.execute("INSERT OR REPLACE INTO schema_info (key, value) VALUES (?, ?)",
                        {EXTRACTOR_VERSIONS_KEY, format_flat_json(current)});
       });
-  if (unknown) {
-    warn_of_unknown_format(*unknown);
-  }
-  if (marked != 0) {
-    log_line(LogUnit::Database, LogLevel::Info, marked_line);
-  }
+  if (unknown) warn_of_unknown_format(*unknown);
+  if (marked != 0) log_line(LogUnit::Database, LogLevel::Info, marked_line);
   return marked;
 }
 
 std::optional<ExtractorVersions> _parse_extractor_stamp(std::optional<std::string_view> raw) {
-  if (!raw) {
-    return std::nullopt;
-  }
+  if (!raw) return std::nullopt;
   std::optional<ExtractorVersions> stamp = parse_flat_json(*raw);
-  if (!stamp) {
-    warn_of_unknown_format(*raw);
-  }
+  if (!stamp) warn_of_unknown_format(*raw);
   return stamp;
 }
 

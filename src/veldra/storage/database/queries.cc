@@ -141,9 +141,8 @@ bool _is_read_statement(std::string_view sql) {
 
 bool _reader_cannot_serve(const OperationalError& error) {
   const std::string message = lower_case(error.what());
-  for (const std::string_view phrase : _READER_CANNOT_SERVE) {
+  for (const std::string_view phrase : _READER_CANNOT_SERVE)
     if (message.find(phrase) != std::string::npos) return true;
-  }
   return false;
 }
 

@@ -28,9 +28,7 @@ void Database::migrate_schema() {
   const std::string recorded =
       (row ? stored_text((*row)[0]) : std::nullopt).value_or(std::string(OLDEST_VERSION));
   const std::string reached = migrate([this](const auto& body) { transaction(body); }, recorded);
-  if (reached != SCHEMA_VERSION) {
-    return;
-  }
+  if (reached != SCHEMA_VERSION) return;
   log_line(LogUnit::Database, LogLevel::Info,
            "Schema version " + reached + " (recorded " + recorded + ")");
   _rewrite_pages();
@@ -42,9 +40,8 @@ void Database::_rewrite_pages() {
   // Logged now that the lock is free: a sink may wait for a writer.
   const PageRewriteOutcome& outcome = *tried;
   if (!outcome.failure) {
-    if (!outcome.left_undone.empty()) {
+    if (!outcome.left_undone.empty())
       log_line(LogUnit::StorageSize, LogLevel::Warning, outcome.left_undone);
-    }
     return;
   }
   try {

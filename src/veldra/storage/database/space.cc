@@ -17,9 +17,7 @@ namespace {
 
 /// As it stands in a message: "." for an empty path, no separator at the end.
 std::filesystem::path as_directory(const std::filesystem::path& path) {
-  if (path.empty()) {
-    return ".";
-  }
+  if (path.empty()) return ".";
   return path.has_filename() || !path.has_relative_path() ? path : path.parent_path();
 }
 
@@ -50,11 +48,10 @@ std::optional<std::string> _disk_shortfall(const std::filesystem::path& db_dir,
   // A VACUUM copies the data into a temporary file and writes the copy back through the log.
   const std::int64_t each = used_bytes + COMPACT_DISK_MARGIN_BYTES;
   std::vector<std::pair<std::filesystem::path, std::int64_t>> needs;
-  if (_same_volume(directory, temporary)) {
+  if (_same_volume(directory, temporary))
     needs = {{directory, each + used_bytes}};
-  } else {
+  else
     needs = {{directory, each}, {temporary, each}};
-  }
   for (const auto& [place, needed] : needs) {
     const std::int64_t free = disk().free_bytes(place);
     if (free < needed) {

@@ -225,9 +225,8 @@ std::vector<Index> indexes_to_make(Cursor& cursor, const std::vector<Table>& tab
         "AND lower(tbl_name) = ? AND sql IS NOT NULL AND NOT (? AND EXISTS "
         "(SELECT 1 FROM stg.sqlite_master WHERE type = 'index' AND sql = live.sql)) ORDER BY rowid",
         {table.name, table.is_alike});
-    while (const std::optional<Row> row = cursor.fetchone()) {
+    while (const std::optional<Row> row = cursor.fetchone())
       indexes.push_back({std::string((*row)[0].as_text()), std::string((*row)[1].as_text())});
-    }
   }
   return indexes;
 }
@@ -237,9 +236,7 @@ std::vector<Index> indexes_to_make(Cursor& cursor, const std::vector<Table>& tab
 void rename_statistics(Cursor& cursor, std::string_view new_name) {
   for (const std::string_view table : {"sqlite_stat1", "sqlite_stat4"}) {
     cursor.execute("SELECT 1 FROM main.sqlite_master WHERE name = ?", {table});
-    if (cursor.fetchone()) {
-      cursor.execute(concat({"UPDATE main.", table, " SET idx = ", new_name}));
-    }
+    if (cursor.fetchone()) cursor.execute(concat({"UPDATE main.", table, " SET idx = ", new_name}));
   }
 }
 

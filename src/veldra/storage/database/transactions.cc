@@ -9,11 +9,10 @@ namespace veldra {
 
 void Database::transaction(const std::function<void(Cursor&)>& body) {
   const Holding holding(*this, "transaction");
-  if (_tx_depth > 0) {
+  if (_tx_depth > 0)
     _nested_scope(body);
-  } else {
+  else
     _outermost_scope(body);
-  }
 }
 
 void Database::_nested_scope(const std::function<void(Cursor&)>& body) {

@@ -43,9 +43,8 @@ Rules rules_of(std::string_view path) {
                                                                  {".rs", Rust},
                                                                  {".java", Java}};
   const std::string_view extension = extension_of(path);
-  for (const auto& [name, rules] : RULES) {
+  for (const auto& [name, rules] : RULES)
     if (name == extension) return rules;
-  }
   return Other;
 }
 
@@ -67,10 +66,8 @@ std::string replaced(std::string_view text, char from, char to) {
 
 std::size_t shared_folders(std::string_view left, std::string_view right) {
   std::size_t shared = 0;
-  for (std::size_t at = 0; at < std::min(left.size(), right.size()) && left[at] == right[at];
-       ++at) {
+  for (std::size_t at = 0; at < std::min(left.size(), right.size()) && left[at] == right[at]; ++at)
     shared += left[at] == '/';
-  }
   return shared;
 }
 
@@ -158,9 +155,8 @@ ImportResolver::Found ImportResolver::_python(std::string_view importer,
                            _paths.has(std::string(at) + "/__init__.pyi"));
   };
   while (is_package(folder)) folder = folder_of(folder);
-  for (const std::string_view root : {folder, std::string_view(), std::string_view("src")}) {
+  for (const std::string_view root : {folder, std::string_view(), std::string_view("src")})
     if (const Found found = in(root)) return found;
-  }
   return std::nullopt;
 }
 
@@ -191,9 +187,8 @@ ImportResolver::Found ImportResolver::_javascript_file(const std::string& path) 
                                                                ".jsx", ".mjs", ".cjs",    ".mts",
                                                                ".cts", ".vue", ".svelte", ".json"};
   if (const Found found = _paths.find(path)) return found;
-  for (const std::string_view ending : ENDINGS) {
+  for (const std::string_view ending : ENDINGS)
     if (const Found found = _paths.find(path + std::string(ending))) return found;
-  }
   // TypeScript names what a file is compiled to.
   for (const auto& [compiled, source] : {std::pair(".js", ".ts"), std::pair(".js", ".tsx"),
                                          std::pair(".mjs", ".mts"), std::pair(".cjs", ".cts")}) {
@@ -201,9 +196,8 @@ ImportResolver::Found ImportResolver::_javascript_file(const std::string& path) 
     const std::string stem = path.substr(0, path.size() - std::string_view(compiled).size());
     if (const Found found = _paths.find(stem + source)) return found;
   }
-  for (const std::string_view ending : ENDINGS) {
+  for (const std::string_view ending : ENDINGS)
     if (const Found found = _paths.find(joined(path, "index" + std::string(ending)))) return found;
-  }
   return std::nullopt;
 }
 
@@ -216,10 +210,9 @@ ImportResolver::Found ImportResolver::_javascript(std::string_view importer,
   if (package == _manifests.node_packages.end()) return std::nullopt;
   const std::string rest(end == std::string_view::npos ? "" : module.substr(end + 1));
   const std::string& folder = package->second;
-  for (const std::string& base : {joined(folder, "src"), folder}) {
+  for (const std::string& base : {joined(folder, "src"), folder})
     if (const Found found = _javascript_file(joined(base, rest.empty() ? "index" : rest)))
       return found;
-  }
   return std::nullopt;
 }
 
@@ -311,10 +304,9 @@ ImportResolver::Found ImportResolver::_java(std::string_view module) const {
 ImportResolver::Found ImportResolver::_other(std::string_view importer,
                                              std::string_view module) const {
   std::string path(module);
-  if (module.find('/') == std::string_view::npos) {
+  if (module.find('/') == std::string_view::npos)
     for (std::size_t at = path.find("::"); at != std::string::npos; at = path.find("::"))
       path.replace(at, 2, "/");
-  }
   const std::string extension(extension_of(importer));
   for (const std::string& name : {std::string(module), std::string(module) + extension,
                                   path + extension, replaced(path, '.', '/') + extension}) {

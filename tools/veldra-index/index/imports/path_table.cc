@@ -28,10 +28,9 @@ std::vector<std::size_t> PathTable::ending(std::string_view name) const {
   std::vector<std::size_t> found;
   const std::string behind_folder = "/" + std::string(name);
   const auto [first, last] = _by_file_name.equal_range(file_name_of(name));
-  for (auto at = first; at != last; ++at) {
+  for (auto at = first; at != last; ++at)
     if (_paths[at->second] == name || _paths[at->second].ends_with(behind_folder))
       found.push_back(at->second);
-  }
   return found;
 }
 
