@@ -74,6 +74,8 @@ const std::vector<Operation> OPERATIONS = {
      [](Database& db) { return db.get_stats().at("files") == 10; }},
     {"check_integrity", Reads, File::Index, [](Database& db) { db.check_integrity(); },
      &Database::check_integrity},
+    {"export_to", Reads, File::Index,
+     [](Database& db) { db.export_to(db.db_path.parent_path() / "exported.db"); }},
     {"record_error", Writes, File::Index,
      [](Database& db) { db.record_error("f1", PARTIAL_PARSE_ERROR, "line 3", 3); }},
     {"compact with release", Writes, File::FreePages, [](Database& db) { db.compact(); },

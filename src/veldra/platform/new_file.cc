@@ -1,6 +1,7 @@
 // Making, locking, syncing and renaming the file, and removing what the dead left.
 #include "veldra/platform/new_file.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -8,7 +9,9 @@
 
 #include <atomic>
 #include <cerrno>
+#include <memory>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -54,15 +57,16 @@ void sync(int descriptor, const fs::path& path) {
   if (::fsync(descriptor) != 0) throw_os_error(last_error(), "cannot sync", path);
 }
 
-/// Removes the files in `directory` whose name begins with `prefix` and that nobody holds.
+/// Removes the files in `directory` whose name begins with `prefix` and that nobody holds. Another
+/// process may remove the same, so that only the new file counts. Not by std::filesystem, whose
+/// iterator ends the process where it gets no memory (libstdc++ 12).
 void remove_what_the_dead_left(const fs::path& directory, const std::string& prefix) {
-  std::error_code ignored;  // another process may remove the same: only the new file counts
-  for (fs::directory_iterator it(directory, ignored), end; !ignored && it != end;
-       it.increment(ignored)) {
-    if (!it->path().filename().string().starts_with(prefix)) continue;
-    const Descriptor file(it->path(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
-    if (file.get() >= 0 && ::flock(file.get(), LOCK_EX | LOCK_NB) == 0)
-      ::unlink(it->path().c_str());
+  const std::unique_ptr<DIR, int (*)(DIR*)> names(::opendir(directory.c_str()), &::closedir);
+  while (const dirent* const entry = names ? ::readdir(names.get()) : nullptr) {
+    if (!std::string_view(entry->d_name).starts_with(prefix)) continue;
+    const fs::path path = directory / entry->d_name;
+    const Descriptor file(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+    if (file.get() >= 0 && ::flock(file.get(), LOCK_EX | LOCK_NB) == 0) ::unlink(path.c_str());
   }
 }
 
@@ -91,6 +95,11 @@ bool NewFile::_make(const fs::path& path) {
 NewFile::~NewFile() {
   if (!_published) ::unlink(_path.c_str());
   ::close(_descriptor);
+}
+
+void NewFile::start_writing() const noexcept {
+  // What it does not do is left to `publish`, which is also told of an error of the disk.
+  (void)::sync_file_range(_descriptor, 0, 0, SYNC_FILE_RANGE_WRITE);
 }
 
 std::int64_t NewFile::publish() {

@@ -33,6 +33,10 @@ class NewFile {
   /// The file itself; stays open until the end.
   int descriptor() const noexcept { return _descriptor; }
 
+  /// Has the disk write what is in the file by now, without waiting for it: then less is left for
+  /// the sync.
+  void start_writing() const noexcept;
+
   /// Puts the file under its name, in place of what has it; a link is replaced, not followed.
   /// Returns its size in bytes. What is written later may be lost.
   std::int64_t publish();

@@ -26,14 +26,20 @@ void refuse_the_index_itself(const std::filesystem::path& target,
   }
 }
 
-/// Copies every page of `from`, as one read transaction sees them, in one step: no writer waits.
-void copy_pages(Connection& from, Connection& to) {
+/// The pages of one step of a copy; the disk writes them while the next are copied.
+constexpr int PAGES_AT_ONCE = 1024;
+
+/// Copies every page of `from`, as one read transaction sees them: no writer waits.
+void copy_pages(Connection& from, Connection& to, const NewFile& file) {
+  from.execute("BEGIN");
+  from.fetchone("SELECT 1 FROM sqlite_master");  // the state is that of the first read
   const std::unique_ptr<sqlite3_backup, decltype(&sqlite3_backup_finish)> backup(
       sqlite3_backup_init(to.handle(), "main", from.handle(), "main"), &sqlite3_backup_finish);
-  const int code =
-      backup ? sqlite3_backup_step(backup.get(), -1) : sqlite3_extended_errcode(to.handle());
-  if (code == SQLITE_DONE) return;
-  throw_error(code, backup ? sqlite3_errstr(code) : sqlite3_errmsg(to.handle()));
+  if (!backup) throw_error(sqlite3_extended_errcode(to.handle()), sqlite3_errmsg(to.handle()));
+  int code = SQLITE_OK;
+  while ((code = sqlite3_backup_step(backup.get(), PAGES_AT_ONCE)) == SQLITE_OK)
+    file.start_writing();
+  if (code != SQLITE_DONE) throw_error(code, sqlite3_errstr(code));
 }
 
 /// Marks a file that nobody has open as one in rollback-journal mode, which can be read on
@@ -64,7 +70,7 @@ std::int64_t Database::export_to(const std::filesystem::path& path) {
     // Nobody reads the file before it is published, and then it is synced as a whole.
     for (const char* const pragma : {"PRAGMA journal_mode=OFF", "PRAGMA synchronous=OFF"})
       to.fetchall(pragma);
-    copy_pages(from, to);
+    copy_pages(from, to, file);
     to.close();
   }
   leave_wal_mode(file);
