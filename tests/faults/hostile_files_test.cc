@@ -108,7 +108,7 @@ TEST(HostileFilesTest, DamageGivesDocumentedErrors) {
       std::filesystem::copy(whole.path(), directory.path());
       inflict(directory, random);
       errors += run_everything(directory / "index.db");
-      if (name.starts_with("staging")) EXPECT_EQ(look_at(directory / "index.db").damage, "");
+      EXPECT_TRUE(!name.starts_with("staging") || look_at(directory / "index.db").damage.empty());
     }
     measured("hostile files", name, files, std::to_string(errors));
   }
