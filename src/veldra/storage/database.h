@@ -288,8 +288,9 @@ class VELDRA_EXPORT Database {
   /// read-only on read-only media; `swap_index_from` takes it elsewhere.
   ///
   /// Throws `OSError` or `Error`, with nothing left behind; what a process that is killed leaves is
-  /// removed by the next export to that name. Throws `ProgrammingError` for a path that is a part
-  /// of the open index, also through a link, and for a database in memory.
+  /// removed by the next export to that name. One that a `close` overtakes goes on, and then leaves
+  /// the file's log to the next open. Throws `ProgrammingError` for a path that is a part of the
+  /// open index, also through a link, and for a database in memory.
   std::int64_t export_to(const std::filesystem::path& path);
 
   // Health  (database/health.cc) -----------------------------------------------------------------

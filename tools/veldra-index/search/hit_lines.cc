@@ -7,7 +7,7 @@ namespace veldra::tool {
 
 std::string plain_text(std::string_view text) {
   std::string plain(text);
-  std::erase(plain, '\r');
+  if (plain.find('\r') != plain.npos) std::erase(plain, '\r');  // few have one
   return plain;
 }
 

@@ -37,9 +37,10 @@ std::string quoted(std::string_view text) {
   return RE2::QuoteMeta(re2::StringPiece(text.data(), text.size()));
 }
 
-bool is_ascii(std::string_view text) {
-  return std::all_of(text.begin(), text.end(),
-                     [](char byte) { return static_cast<unsigned char>(byte) < 0x80; });
+/// What finds `text` in ASCII, where that says the same as an expression.
+std::optional<AsciiSearch> literal(std::string_view text, bool case_counts) {
+  if (case_counts || text.empty() || !is_ascii(text) || text.find('\n') != text.npos) return {};
+  return AsciiSearch(text);
 }
 
 std::string with_accents(std::string_view word) {
@@ -69,12 +70,16 @@ LinePattern::~LinePattern() = default;
 
 LinePattern LinePattern::text(std::string_view text, bool case_counts, Edges edges) {
   LinePattern pattern(compile(quoted(text), case_counts), edges);
-  pattern._part.emplace(text);
+  pattern._part.emplace(longest_ascii_part(text));
+  pattern._literal = literal(text, case_counts);
   return pattern;
 }
 
 LinePattern LinePattern::word(std::string_view word, bool case_counts, Edges edges) {
-  return {compile(is_ascii(word) ? with_accents(word) : quoted(word), case_counts), edges};
+  LinePattern pattern(compile(is_ascii(word) ? with_accents(word) : quoted(word), case_counts),
+                      edges);
+  pattern._literal = literal(word, case_counts);
+  return pattern;
 }
 
 LinePattern LinePattern::regex(std::string_view expression, bool case_counts, Edges edges) {
@@ -82,23 +87,37 @@ LinePattern LinePattern::regex(std::string_view expression, bool case_counts, Ed
 }
 
 bool LinePattern::may_be_in(std::string_view text) const {
-  if (_part && !_part->may_be_in(text)) return false;
+  if (_part && _part->find_in(text) == std::string_view::npos) return false;
   return _expression->Match(re2::StringPiece(text.data(), text.size()), 0, text.size(),
                             RE2::UNANCHORED, nullptr, 0);
 }
 
+std::optional<Range> LinePattern::_first_hit(std::string_view text, std::size_t at,
+                                             bool text_is_ascii) const {
+  if (_literal && text_is_ascii) {
+    const std::size_t begin = _literal->find_in(text, at);
+    if (begin == std::string_view::npos) return std::nullopt;
+    return Range(begin, begin + _literal->size());
+  }
+  re2::StringPiece match;
+  if (!_expression->Match(re2::StringPiece(text.data(), text.size()), at, text.size(),
+                          RE2::UNANCHORED, &match, 1))
+    return std::nullopt;
+  const auto begin = static_cast<std::size_t>(match.data() - text.data());
+  return Range(begin, begin + match.size());
+}
+
 std::vector<Range> LinePattern::hits(std::string_view text) const {
   std::vector<Range> found;
-  const re2::StringPiece whole(text.data(), text.size());
-  re2::StringPiece match;
-  for (std::size_t at = 0; at <= text.size() && _expression->Match(whole, at, text.size(),
-                                                                   RE2::UNANCHORED, &match, 1);) {
-    const auto begin = static_cast<std::size_t>(match.data() - text.data());
-    const std::size_t end = begin + match.size();
+  const bool text_is_ascii = is_ascii(text);
+  for (std::size_t at = 0; at <= text.size();) {
+    const std::optional<Range> hit = _first_hit(text, at, text_is_ascii);
+    if (!hit) break;
+    const auto [begin, end] = *hit;
     const bool begins = begin == 0 || !is_word_byte(text[begin - 1]);
     const bool ends = end == text.size() || !is_word_byte(text[end]);
     if ((begins || _edges == Edges::Anywhere) && (ends || _edges != Edges::Both)) {
-      found.emplace_back(begin, end);
+      found.push_back(*hit);
       at = std::max(end, begin + 1);
     } else {
       at = begin + 1;

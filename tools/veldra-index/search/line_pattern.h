@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "veldra-index/search/ascii_part.h"
+#include "veldra-index/search/ascii_search.h"
 #include "veldra-index/search/hit_lines.h"
 
 namespace re2 {
@@ -42,9 +42,13 @@ class LinePattern {
  private:
   LinePattern(std::unique_ptr<re2::RE2> expression, Edges edges);
 
+  /// Where `text` has the first hit not before `at`, whatever its edges are.
+  std::optional<Range> _first_hit(std::string_view text, std::size_t at, bool text_is_ascii) const;
+
   std::unique_ptr<re2::RE2> _expression;
   Edges _edges;
-  std::optional<AsciiPart> _part;  // of a text as it stands
+  std::optional<AsciiSearch> _part;     // which every hit holds
+  std::optional<AsciiSearch> _literal;  // all that the expression finds in ASCII, only faster
 };
 
 }  // namespace veldra::tool
