@@ -245,16 +245,23 @@ TEST_F(ProjectTest, AnUpdateEndsWithWhatARebuildWouldMake) {
          tree.write("src/main.cc", read_text(tree.path("src/main.cc")) + std::string(999, ' '));
        },
        6, 0},
+      {"a name for a file that is not there yet, which may change what anybody imports",
+       [&] {
+         tree.write("tsconfig.json", R"({"compilerOptions": {"paths": {"own": ["web/a.ts"]}}})");
+         tree.write("web/main.ts", "import { a } from 'own';\n");
+       },
+       8, 0},
+      {"the file", [&] { tree.write("web/a.ts", "export const a = 1;\n"); }, 2, 0},
       {"removed, and imported by another",
        [&] { std::filesystem::remove(tree.path("pkg/mod.py")); }, 1, 1},
       {"text becomes binary", [&] { tree.write("notes.txt", std::string(3, '\0')); }, 0, 1},
       {"an unusable name", [&] { tree.write("odd\xFF.c", "int x;\n"); }, 0, 0},
       {"all gone",
        [&] {
-         for (const char* name : {"src", "lib", "tool"})
+         for (const char* name : {"src", "lib", "tool", "web", "tsconfig.json"})
            std::filesystem::remove_all(tree.path(name));
        },
-       0, 4},
+       0, 7},
   };
   for (const auto& [what, change, parsed, removed] : steps) {
     SCOPED_TRACE(what);

@@ -12,9 +12,7 @@ PassResult run_pass(Cursor& cursor, const IndexPlace& place, const Tree& tree, c
   // First a statement that writes: the transaction then waits for other writers now, where it still
   // can, instead of failing later. What is unusable is tried, and recorded, anew in every pass.
   cursor.execute("DELETE FROM index_errors WHERE file_path NOT IN (SELECT path FROM files)");
-  std::vector<std::string_view> paths;
-  paths.reserve(tree.files.size());
-  for (const SourcePath& file : tree.files) paths.emplace_back(file.path);
+  const std::vector<std::string_view> paths = paths_of(tree);
 
   PassResult result;
   IndexWriter writer(cursor, paths, read_manifests(place.root, paths));

@@ -69,13 +69,15 @@ void add_words_of_module(std::string_view module, Words& words) {
 
 /// The files whose imports may mean another file than before: those of which a word is one of the
 /// names of a file that comes or goes. That is more than there are, and no rule of a language is
-/// needed but one: a module may be taken from its folder.
+/// needed but two: a module may be taken from its folder, or have a name of its own.
 std::set<std::string> affected_importers(Database& index, const std::vector<std::string>& lost,
-                                         const std::vector<std::string_view>& added) {
+                                         const std::vector<std::string_view>& added,
+                                         const Manifests& manifests) {
   Words names;
   for (const std::string& path : lost) add_names_of(path, names);
   for (const std::string_view path : added) {
     add_names_of(path, names);
+    for (const std::string& name : manifests.names_of(path)) add_words(name, names);
     if (!path.ends_with(".py") && !path.ends_with(".rs")) continue;
     add_words(file_name_of(folder_of(path)), names);
     names.emplace(".");
@@ -139,8 +141,8 @@ class Planner {
     _lose(path, file);
   }
 
-  UpdatePlan finish(Database& index) {
-    if (!_is_rebuild_due()) _add_importers(index);
+  UpdatePlan finish(Database& index, const Tree& tree) {
+    if (!_is_rebuild_due()) _add_importers(index, tree);
     _plan.rebuild = _is_rebuild_due();
     return std::move(_plan);
   }
@@ -156,8 +158,11 @@ class Planner {
     _packages_changed = _packages_changed || is_manifest(path);
   }
 
-  void _add_importers(Database& index) {
-    const std::set<std::string> importers = affected_importers(index, _plan.lost, _added);
+  void _add_importers(Database& index, const Tree& tree) {
+    Manifests manifests;
+    if (!_added.empty()) manifests = read_manifests(_root, paths_of(tree));
+    const std::set<std::string> importers =
+        affected_importers(index, _plan.lost, _added, manifests);
     for (PassFile& file : _plan.pass.files)
       if (importers.contains(file.source.path)) file.known_stamp.clear();
     for (const SourcePath* file : _unchanged) {
@@ -195,7 +200,7 @@ UpdatePlan plan_update(Database& index, const std::filesystem::path& root, const
   }
   for (const auto& [path, file] : known)
     if (!present.contains(path)) planner.add_gone(path, file);
-  return planner.finish(index);
+  return planner.finish(index, tree);
 }
 
 }  // namespace veldra::tool

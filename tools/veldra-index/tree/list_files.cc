@@ -104,6 +104,13 @@ class Lister {
 
 }  // namespace
 
+std::vector<std::string_view> paths_of(const Tree& tree) {
+  std::vector<std::string_view> paths;
+  paths.reserve(tree.files.size());
+  for (const SourcePath& file : tree.files) paths.emplace_back(file.path);
+  return paths;
+}
+
 Tree walk_tree(const IndexPlace& place) {
   Tree tree;
   Lister lister(place, tree);

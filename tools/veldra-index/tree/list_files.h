@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "veldra-index/tree/index_place.h"
@@ -19,6 +20,9 @@ struct Tree {
   std::vector<Unreadable> unreadable;  // folders that could not be listed
   bool from_git = false;
 };
+
+/// The paths of `tree.files`, which must outlive them.
+std::vector<std::string_view> paths_of(const Tree& tree);
 
 /// Lists the regular files below the root: in a git checkout those that git tracks or would track,
 /// otherwise all but hidden ones. Symbolic links are not followed. Nothing is opened but folders:

@@ -115,5 +115,45 @@ TEST(ImportResolverTest, GoesByTheRulesOfTheLanguage) {
     EXPECT_EQ(meant(resolver, paths, importer, import), expected) << importer << ": " << import;
 }
 
+/// With comments, last commas, a base that another one is extended by, a project in the same
+/// folder, and circles.
+TEST(ImportResolverTest, GoesByTheNearestTsConfig) {
+  const std::vector<std::string_view> paths = {
+      "app/src/main.ts",        "app/src/views/a.vue",  "app/src/exact.ts",  "app/gen/views/b.ts",
+      "libs/core/src/index.ts", "libs/ui/src/index.ts", "libs/ui/button.ts", "vite/src/x.ts",
+      "other/src/main.ts",      "plain/lib/y.js"};
+  Manifests manifests;
+  manifests.add("tsconfig.base.json", R"({"compilerOptions": { // "paths": {}
+    "baseUrl": ".", /* ,} */ "paths": {"@core": ["libs/core/src/index.ts",], "@ui/*": ["libs/ui/*"]},
+  }, })");
+  manifests.add("libs/tsconfig.json", R"({"extends": ["./none.json", "../tsconfig.base"]})");
+  manifests.add("app/tsconfig.json", R"({"extends": "./tsconfig", "compilerOptions": {"paths": {
+    "@/*": ["./src/*"], "@/views/*": ["./gen/views/*", "./src/views/*"], "@/exact": [1, "gone"]}}})");
+  manifests.add("vite/tsconfig.json",
+                R"({"references": [{"path": "../libs"}, {"path": "./tsconfig.app.json"}]})");
+  manifests.add("vite/tsconfig.app.json", R"({"compilerOptions": {"paths": {"~*": ["./src/*"]}}})");
+  manifests.add("plain/jsconfig.json",
+                R"({"compilerOptions": {"baseUrl": "lib", "paths": "none"}})");
+  manifests.add("other/tsconfig.json", "{\"compilerOptions\": 1, \"references\": {}}");
+  manifests.add("other/deep/tsconfig.json", "[");
+  const ImportResolver resolver(paths, manifests);
+  const std::tuple<std::string_view, std::string_view, std::string_view> cases[] = {
+      {"libs/ui/a.ts", "@core", "libs/core/src/index.ts"},
+      {"libs/ui/a.ts", "@ui/button", "libs/ui/button.ts"},
+      {"libs/ui/a.ts", "libs/ui/src", "libs/ui/src/index.ts"},  // from the base
+      {"app/src/a.ts", "@/main", "app/src/main.ts"},
+      {"app/src/a.ts", "@/views/a.vue", "app/src/views/a.vue"},  // the second of two
+      {"app/src/a.ts", "@/views/b", "app/gen/views/b.ts"},       // where most of it is the same
+      {"app/src/a.ts", "@/exact", ""},                           // and nothing but this
+      {"app/src/a.ts", "@core", ""},
+      {"vite/a.ts", "~x", "vite/src/x.ts"},
+      {"vite/a.ts", "@core", ""},  // another folder's project
+      {"plain/a/b.js", "y", "plain/lib/y.js"},
+      {"other/deep/a.ts", "src/main", ""},
+      {"a.ts", "@core", ""}};
+  for (const auto& [importer, import, expected] : cases)
+    EXPECT_EQ(meant(resolver, paths, importer, import), expected) << importer << ": " << import;
+}
+
 }  // namespace
 }  // namespace veldra::tool

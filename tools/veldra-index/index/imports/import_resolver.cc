@@ -204,6 +204,8 @@ ImportResolver::Found ImportResolver::_javascript_file(const std::string& path) 
 ImportResolver::Found ImportResolver::_javascript(std::string_view importer,
                                                   std::string_view module) const {
   if (module.starts_with('.')) return _javascript_file(joined(folder_of(importer), module));
+  for (const std::string& file : _manifests.ts_configs.files_of(importer, module))
+    if (const Found found = _javascript_file(file)) return found;
   std::size_t end = module.find('/');
   if (module.starts_with('@') && end != std::string_view::npos) end = module.find('/', end + 1);
   const auto package = _manifests.node_packages.find(module.substr(0, end));

@@ -23,10 +23,11 @@ namespace veldra::tool {
 /// several
 ///   the one that shares most folders with the importer. `<x.h>` without a folder lies in a folder
 ///   called include; the names of the standard library are never files of the tree.
-/// - JavaScript, TypeScript: relative, with the extension or index file left out, or by the name of
-///   a package.json. Go: by the module of a go.mod; all files of the package. Rust: modules from
-///   the crate's root, the module itself or the one above, and the crates of the tree. Java: the
-///   end of one path, of which the last parts may be inner classes and members.
+/// - JavaScript, TypeScript: relative, with the extension or index file left out, by the paths of a
+///   tsconfig.json, or by the name of a package.json. Go: by the module of a go.mod; all files of
+///   the package. Rust: modules from the crate's root, the module itself or the one above, and the
+///   crates of the tree. Java: the end of one path, of which the last parts may be inner classes
+///   and members.
 /// - Any other: beside the importer, from the root, or as the end of one path; "a.b" and "A::B" are
 ///   a/b and A/B, and the importer's extension may be left out.
 ///

@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "veldra-index/index/imports/path_table.h"
 #include "veldra-index/tree/path_text.h"
 #include "veldra-index/tree/source_file.h"
 
@@ -31,10 +32,12 @@ std::string value_of(std::string_view text, std::string_view section, std::strin
 }  // namespace
 
 bool is_manifest(std::string_view path) {
-  return std::find(NAMES.begin(), NAMES.end(), file_name_of(path)) != NAMES.end();
+  return is_ts_config(path) ||
+         std::find(NAMES.begin(), NAMES.end(), file_name_of(path)) != NAMES.end();
 }
 
 void Manifests::add(std::string_view path, std::string_view text) {
+  if (is_ts_config(path)) return ts_configs.add(path, text);
   const std::string folder(folder_of(path));
   const auto add_name = [&folder](auto& names, std::string name) {
     if (!name.empty()) names.emplace(std::move(name), folder);
@@ -50,6 +53,18 @@ void Manifests::add(std::string_view path, std::string_view text) {
     if (json.is_object() && json.contains("name") && json["name"].is_string())
       add_name(node_packages, json["name"].get<std::string>());
   }
+}
+
+std::vector<std::string> Manifests::names_of(std::string_view path) const {
+  std::vector<std::string> names = ts_configs.modules_of(path);
+  const std::string_view file = file_name_of(path), folder = folder_of(path);
+  const auto add_packages = [&](const auto& packages) {
+    for (const auto& [name, root] : packages)
+      if (folder == root || folder == joined(root, "src")) names.push_back(name);
+  };
+  if (file.starts_with("index.")) add_packages(node_packages);
+  if (file == "lib.rs" || file == "main.rs") add_packages(rust_crates);
+  return names;
 }
 
 Manifests read_manifests(const std::filesystem::path& root,
