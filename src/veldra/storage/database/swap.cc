@@ -65,7 +65,7 @@ constexpr FullTextOptions COPY_OPTIONS = {2 * USUAL_OPTIONS.hashsize, 8};
 
 /// The page cache of a swap, in the pragma's unit: KiB, negative. Without it pages of a big swap
 /// are written to the log, read and written again.
-constexpr std::string_view SWAP_CACHE_SIZE = "-49152";
+constexpr std::string_view SWAP_CACHE_SIZE = "-40960";
 
 // The names in the statements below are those of the six tables, and of columns and indexes that
 // the live file declares; SQLite binds values, not names.
