@@ -305,6 +305,10 @@ TEST_F(ProjectTest, ASearchFindsWhatPeopleType) {
             "\033[35msrc/main.cc\033[0m-\033[32m2\033[0m-#include <vector>\n"
             "\033[35msrc/main.cc\033[0m:\033[32m3\033[0m:int main() { return "
             "util::\033[1;31mswap_index_from\033[0m(1); }\n");
+  tree.write("gaps.txt", "1\nmark\n3\nmark\n5\n6\n7\nmark\n");
+  EXPECT_EQ(tree.run({"search", "mark", "-C", "1", "--update"}).out,
+            "gaps.txt-1-1\ngaps.txt:2:mark\ngaps.txt-3-3\ngaps.txt:4:mark\ngaps.txt-5-5\n--\n"
+            "gaps.txt-7-7\ngaps.txt:8:mark\n");
 }
 
 TEST_F(ProjectTest, AQuestionIsAskedWhereItsUserStands) {
@@ -347,6 +351,8 @@ TEST_F(ProjectTest, AnswersTellWhoImportsAndHowTheIndexIs) {
   EXPECT_EQ(tree.run({"refs", "pkg.mod"}).out, "tool/run.py:1: imports pkg/mod.py\n");
   EXPECT_EQ(tree.run({"refs", "vector"}).out, "src/main.cc:2: imports vector\n");
   EXPECT_EQ(tree.run({"refs", "ap.h"}).status, 1);
+  EXPECT_EQ(tree.json({"refs", "vector"})[0]["external"], true);
+  EXPECT_EQ(tree.json({"refs", "swap.h"})[0]["external"], false);
   EXPECT_EQ(tree.run({"refs", "util::swap_index_from"}).out,
             "src/main.cc:3: uses: int main() { return util::swap_index_from(1); }\n"
             "src/util/swap.h:3: defines: inline int swap_index_from(int) { return 0; }\n");
@@ -382,6 +388,8 @@ TEST_F(ProjectTest, BadInputIsAnsweredWithOneLineAndAStatus) {
       {{"sql", "WITH x AS (SELECT 1) DELETE FROM files"}, 1, "readonly"},
       {{"sql", "SELECT 1; DELETE FROM files"}, 1, ""},
       {{"search", "--fts", "a AND"}, 1, "leave --fts out"},
+      {{"symbols", "go", "--kind", "no"}, 1, "no symbol is of the kind no; there are class, "},
+      {{"symbols", "go", "--kind", "class"}, 1, "no symbol of the kind class is named go"},
       {{"rebuild", "notes.txt"}, 1, "not a directory"},
       {{"import", "none.db"}, 1, "no such file"},
       {{"import", "words.txt"}, 1, "is no index: file is not a database; name a file"},
