@@ -319,7 +319,10 @@ TEST_F(ProjectTest, AQuestionIsAskedWhereItsUserStands) {
   EXPECT_EQ(tree.run({"search", "-l", "int", "src"}).out, "src/main.cc\nsrc/util/swap.h\n");
   EXPECT_EQ(tree.run({"search", "-c", "int", "--path", "src/util"}).out, "src/util/swap.h:2\n");
   EXPECT_EQ(tree.run({"symbols", "go", "tool"}).out, "tool/run.py:3: member Runner.go\n");
+  EXPECT_EQ(tree.run({"symbols", "Runner.go"}).out, "tool/run.py:3: member Runner.go\n");
+  EXPECT_EQ(tree.run({"symbols", "Walker.go"}).status, 1);
   EXPECT_EQ(tree.run({"refs", "vector", "tool"}).status, 1);
+  EXPECT_EQ(tree.run({"refs", "vector", "src"}).out, "src/main.cc:2: imports vector\n");
   EXPECT_THAT(tree.run({"search", "-n", "1", "int"}).err, HasSubstr(" 1 of 3 lines; -n for more"));
   tree.write("src/util/long.c", "int " + std::string(40'000, 'x') + " needle;\n");
   EXPECT_EQ(tree.json({"search", "needle", "--update"})[0]["column"], 40'006);
