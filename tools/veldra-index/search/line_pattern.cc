@@ -38,7 +38,7 @@ std::string quoted(std::string_view text) {
 }
 
 /// What finds `text` in ASCII, where that says the same as an expression.
-std::optional<AsciiSearch> literal(std::string_view text, bool case_counts) {
+std::optional<AsciiSearch> literal_of(std::string_view text, bool case_counts) {
   if (case_counts || text.empty() || !is_ascii(text) || text.find('\n') != text.npos) return {};
   return AsciiSearch(text);
 }
@@ -71,14 +71,14 @@ LinePattern::~LinePattern() = default;
 LinePattern LinePattern::text(std::string_view text, bool case_counts, Edges edges) {
   LinePattern pattern(compile(quoted(text), case_counts), edges);
   pattern._part.emplace(longest_ascii_part(text));
-  pattern._literal = literal(text, case_counts);
+  pattern._literal = literal_of(text, case_counts);
   return pattern;
 }
 
 LinePattern LinePattern::word(std::string_view word, bool case_counts, Edges edges) {
   LinePattern pattern(compile(is_ascii(word) ? with_accents(word) : quoted(word), case_counts),
                       edges);
-  pattern._literal = literal(word, case_counts);
+  pattern._literal = literal_of(word, case_counts);
   return pattern;
 }
 
@@ -93,11 +93,11 @@ bool LinePattern::may_be_in(std::string_view text) const {
 }
 
 std::optional<Range> LinePattern::_first_hit(std::string_view text, std::size_t at,
-                                             bool text_is_ascii) const {
-  if (_literal && text_is_ascii) {
-    const std::size_t begin = _literal->find_in(text, at);
+                                             const AsciiSearch* literal) const {
+  if (literal != nullptr) {
+    const std::size_t begin = literal->find_in(text, at);
     if (begin == std::string_view::npos) return std::nullopt;
-    return Range(begin, begin + _literal->size());
+    return Range(begin, begin + literal->size());
   }
   re2::StringPiece match;
   if (!_expression->Match(re2::StringPiece(text.data(), text.size()), at, text.size(),
@@ -109,9 +109,9 @@ std::optional<Range> LinePattern::_first_hit(std::string_view text, std::size_t 
 
 std::vector<Range> LinePattern::hits(std::string_view text) const {
   std::vector<Range> found;
-  const bool text_is_ascii = is_ascii(text);
+  const AsciiSearch* const literal = _literal && is_ascii(text) ? &*_literal : nullptr;
   for (std::size_t at = 0; at <= text.size();) {
-    const std::optional<Range> hit = _first_hit(text, at, text_is_ascii);
+    const std::optional<Range> hit = _first_hit(text, at, literal);
     if (!hit) break;
     const auto [begin, end] = *hit;
     const bool begins = begin == 0 || !is_word_byte(text[begin - 1]);

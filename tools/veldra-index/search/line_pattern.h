@@ -42,8 +42,10 @@ class LinePattern {
  private:
   LinePattern(std::unique_ptr<re2::RE2> expression, Edges edges);
 
-  /// Where `text` has the first hit not before `at`, whatever its edges are.
-  std::optional<Range> _first_hit(std::string_view text, std::size_t at, bool text_is_ascii) const;
+  /// Where `text` has the first hit not before `at`, whatever its edges are. `literal`, where there
+  /// is one, is looked for instead of the expression.
+  std::optional<Range> _first_hit(std::string_view text, std::size_t at,
+                                  const AsciiSearch* literal) const;
 
   std::unique_ptr<re2::RE2> _expression;
   Edges _edges;

@@ -16,13 +16,11 @@ namespace veldra::tool {
 /// language. What may mean several files means none: a guess is not recorded as a fact.
 ///
 /// - Python: a leading dot is the importer's package. Anything else begins at the importer's
-/// package
-///   root, at the root of the tree or at src/. A package comes before a module, and what is
-///   imported from a package may be a module of it.
+///   package root, at the root of the tree or at src/. A package comes before a module, and what
+///   is imported from a package may be a module of it.
 /// - C and C++: beside the importer (in quotes), from the root, or as the end of one path, of
-/// several
-///   the one that shares most folders with the importer. `<x.h>` without a folder lies in a folder
-///   called include; the names of the standard library are never files of the tree.
+///   several the one that shares most folders with the importer. `<x.h>` without a folder lies in
+///   a folder called include; the names of the standard library are never files of the tree.
 /// - JavaScript, TypeScript: relative, with the extension or index file left out, by the paths of a
 ///   tsconfig.json, or by the name of a package.json. Go: by the module of a go.mod; all files of
 ///   the package. Rust: modules from the crate's root, the module itself or the one above, and the
