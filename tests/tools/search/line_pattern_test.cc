@@ -32,6 +32,7 @@ TEST(LinePatternTest, FindsInEachLineOfAText) {
   EXPECT_EQ(hits(LinePattern::regex("n[^x]+i", false, Edges::Anywhere), TEXT),
             "1:1-5 3:1-4 4:5-8 ");
   EXPECT_EQ(hits(LinePattern::regex("x?", false, Edges::Anywhere), ""), "");
+  EXPECT_EQ(hits(LinePattern::text("inner\n", false, Edges::Anywhere), TEXT), "");
 }
 
 /// The letters that have another case beyond ASCII are among those of the texts.

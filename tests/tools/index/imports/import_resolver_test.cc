@@ -129,13 +129,15 @@ TEST(ImportResolverTest, GoesByTheNearestTsConfig) {
   manifests.add("libs/tsconfig.json", R"({"extends": ["./none.json", "../tsconfig.base"]})");
   manifests.add("app/tsconfig.json", R"({"extends": "./tsconfig", "compilerOptions": {"paths": {
     "@/*": ["./src/*"], "@/views/*": ["./gen/views/*", "./src/views/*"], "@/exact": [1, "gone"]}}})");
-  manifests.add("vite/tsconfig.json",
-                R"({"references": [{"path": "../libs"}, {"path": "./tsconfig.app.json"}]})");
+  manifests.add(
+      "vite/tsconfig.json",
+      R"({"references": [{"path": "../libs/tsconfig.json"}, {"path": "./tsconfig.app"}]})");
   manifests.add("vite/tsconfig.app.json", R"({"compilerOptions": {"paths": {"~*": ["./src/*"]}}})");
   manifests.add("plain/jsconfig.json",
                 R"({"compilerOptions": {"baseUrl": "lib", "paths": "none"}})");
   manifests.add("other/tsconfig.json", "{\"compilerOptions\": 1, \"references\": {}}");
   manifests.add("other/deep/tsconfig.json", "[");
+  manifests.add("tsconfig.json", R"({"extends": "tsconfig.base"})");  // an installed package
   const ImportResolver resolver(paths, manifests);
   const std::tuple<std::string_view, std::string_view, std::string_view> cases[] = {
       {"libs/ui/a.ts", "@core", "libs/core/src/index.ts"},
@@ -153,6 +155,28 @@ TEST(ImportResolverTest, GoesByTheNearestTsConfig) {
       {"a.ts", "@core", ""}};
   for (const auto& [importer, import, expected] : cases)
     EXPECT_EQ(meant(resolver, paths, importer, import), expected) << importer << ": " << import;
+}
+
+/// So that an update parses who imports a file that is new.
+TEST(ManifestsTest, NameWhatAFileIsImportedBy) {
+  Manifests manifests;
+  manifests.add("web/package.json", R"({"name": "@x/web"})");
+  manifests.add("core/Cargo.toml", "[package]\nname = \"my-core\"\n");
+  manifests.add("tsconfig.json", R"({"compilerOptions": {"paths": {
+    "@a": ["./lib/a"], "@b": ["./lib/b.ts"], "@c": ["./lib/c"]}}})");
+  const std::pair<std::string_view, std::vector<std::string>> cases[] = {
+      {"web/index.ts", {"@x/web"}},
+      {"web/src/index.ts", {"@x/web"}},
+      {"web/src/main.ts", {}},
+      {"web/lib/index.ts", {}},
+      {"core/src/lib.rs", {"my_core"}},
+      {"core/src/flat.rs", {}},
+      {"core/main.rs", {"my_core"}},
+      {"lib/a.ts", {"@a"}},
+      {"lib/b.ts", {"@b"}},
+      {"lib/c/index.ts", {"@c"}},
+      {"lib/d.ts", {}}};
+  for (const auto& [path, expected] : cases) EXPECT_EQ(manifests.names_of(path), expected) << path;
 }
 
 }  // namespace
