@@ -39,6 +39,38 @@ TEST_F(DatabaseCacheTest, AFileIsOneObjectWhileItIsHeldByWhateverName) {
   EXPECT_EQ(cache.size(), 1U);
 }
 
+TEST_F(DatabaseCacheTest, AFileThatWasReplacedIsOpenedAnew) {
+  const auto put = [this](const std::string& content) {
+    for (const char* const suffix : {"", "-wal", "-shm"})
+      std::filesystem::remove(path("a.db").string() + suffix);
+    Database other(path("other.db"));
+    other.connect();
+    other.create_schema();
+    other.execute("INSERT INTO components (name, path) VALUES (?, '')", {content}).close();
+    other.export_to(path("a.db"));
+    other.close();
+    std::filesystem::remove(path("other.db"));
+  };
+  const auto content = [](Database& db) {
+    return std::string((*db.fetchone("SELECT name FROM components"))[0].as_text());
+  };
+  DatabaseCache cache(4);
+  put("first");
+  EXPECT_EQ(content(*cache.open(path("a.db"))), "first");
+  put("second");
+  const auto second = cache.open(path("a.db"));
+  EXPECT_EQ(content(*second), "second") << "of one that nobody holds";
+  put("third");
+  const auto third = cache.open(path("a.db"));
+  EXPECT_EQ(content(*third), "third") << "of one that is held";
+  EXPECT_EQ(content(*second), "second");
+  EXPECT_EQ(cache.open(path("a.db")), third);
+  third->transaction([](Cursor& cursor) { cursor.execute("DELETE FROM components"); });
+  std::filesystem::remove(path("a.db"));
+  EXPECT_EQ(cache.open(path("a.db"))->get_stats().at("files"), 0) << "of one that is gone";
+  EXPECT_EQ(cache.size(), 1U);
+}
+
 TEST_F(DatabaseCacheTest, TooManyAreClosedAmongThoseThatNobodyHoldsTheLongestReturnedFirst) {
   DatabaseCache cache(2);
   auto a = cache.open(path("a"));

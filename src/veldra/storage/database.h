@@ -341,6 +341,8 @@ class VELDRA_EXPORT Database {
   /// Of a database that nobody has asked for a while: closes its idle read connections but one, and
   /// empties the page caches of that and of the writer. What is in use is left alone.
   void _give_back_memory();
+  /// False when the file was removed or replaced since it was opened.
+  bool _file_is_in_place() const;
   /// For a write, or in place of a reader: outside a transaction only while its file is in place.
   /// Caller holds _lock.
   std::shared_ptr<Connection> _writer_in_place() const;

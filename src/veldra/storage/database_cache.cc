@@ -54,6 +54,8 @@ class DatabaseCache::Table : public std::enable_shared_from_this<Table> {
       : _max_open(max_open), _idle_time(idle_time) {}
 
   Held open(const std::string& path);
+  /// The next `open` of that path makes another object.
+  void forget(const Database& database);
   /// Of a database that nobody has held for a while: of one, because it takes up to some ms.
   void give_back_memory();
   std::size_t size() const;
@@ -193,6 +195,15 @@ std::vector<Held> DatabaseCache::Table::_take_too_many() {
   return taken;
 }
 
+void DatabaseCache::Table::forget(const Database& database) {
+  Held forgotten;  // closed, where nobody holds it, after the lock
+  const std::lock_guard lock(_mutex);
+  const auto entry = _entries.find(database.db_path.native());
+  if (entry == _entries.end() || entry->second.database.get() != &database) return;
+  forgotten = std::move(entry->second.database);
+  _entries.erase(entry);
+}
+
 void DatabaseCache::Table::give_back_memory() {
   Held idle;
   {
@@ -264,7 +275,13 @@ DatabaseCache::~DatabaseCache() {
 }
 
 std::shared_ptr<Database> DatabaseCache::open(const std::filesystem::path& db_path) {
-  Held database = _table->open(resolved(db_path).native());
+  const std::string path = resolved(db_path).native();
+  Held database = _table->open(path);
+  if (!database->_file_is_in_place()) {
+    _table->forget(*database);
+    database.reset();
+    database = _table->open(path);
+  }
   _table->give_back_memory();
   return database;
 }

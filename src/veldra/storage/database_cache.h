@@ -39,7 +39,10 @@ class VELDRA_EXPORT DatabaseCache {
   ~DatabaseCache();
 
   /// The database of the file, connected, its schema created and migrated; `db_path` is its
-  /// absolute path without links. One that a holder has closed is opened anew, as another object.
+  /// absolute path without links. One that a holder has closed, or whose file was removed or
+  /// replaced, is opened anew, as another object; the old one is its holders' alone then. Who
+  /// replaces a file removes its `-wal` too: SQLite would apply it to the next one of that name
+  /// (https://www.sqlite.org/howtocorrupt.html).
   ///
   /// Throws `ProgrammingError` for `:memory:`, `RuntimeError` "The database cache is closed." after
   /// `close`, also when that comes while the file is being opened.

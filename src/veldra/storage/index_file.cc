@@ -33,8 +33,12 @@ IndexFile::IndexFile(const Connection& writer, const std::filesystem::path& give
   if (moved == 0) _identity = *identity;
 }
 
+bool IndexFile::is_in_place() const {
+  return !_is_watched || identity_of(_path) == _identity;
+}
+
 void IndexFile::require_in_place() const {
-  if (_is_watched && identity_of(_path) != _identity)
+  if (!is_in_place())
     throw OperationalError("the index file was removed or replaced: close and connect again");
 }
 

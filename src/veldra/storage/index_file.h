@@ -27,9 +27,12 @@ class IndexFile {
 
   const std::filesystem::path& path() const noexcept { return _path; }
 
-  /// Throws `OperationalError` when another file, or none, has the name now. One look at the
-  /// directory, no lock. Nothing for a file that the system does not show under its name (in
-  /// memory, or of a VFS of the host's).
+  /// False when another file, or none, has the name now. One look at the directory, no lock. True
+  /// for a file that the system does not show under its name (in memory, or of a VFS of the
+  /// host's).
+  bool is_in_place() const;
+
+  /// Throws `OperationalError` when it is not in place.
   void require_in_place() const;
 
  private:

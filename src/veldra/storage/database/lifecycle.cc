@@ -128,6 +128,11 @@ void Database::_give_back_memory() {
   if (const std::shared_ptr<Connection> writer = _connection.load()) writer->release_memory();
 }
 
+bool Database::_file_is_in_place() const {
+  const std::shared_ptr<const IndexFile> file = _file.load();
+  return !file || file->is_in_place();
+}
+
 std::shared_ptr<Connection> Database::connection() const {
   if (std::shared_ptr<Connection> writer = _connection.load()) return writer;
   throw RuntimeError(_closed ? "Database is closed."
