@@ -64,7 +64,8 @@ int report_usage(const CLI::App& app, const CLI::ParseError& error, int argc,
   std::string text = error.what();
   if (app.get_subcommands().empty() && argc > 1 && argv[1][0] != '-')
     text = "there is no command `" + std::string(argv[1]) + "`";
-  else if (std::any_of(argv + std::min(argc, 2), argv + argc,
+  else if (error.get_exit_code() != static_cast<int>(CLI::ExitCodes::ValidationError) &&
+           std::any_of(argv + std::min(argc, 2), argv + argc,
                        [](const char* word) { return word[0] == '-' && word[1] != '-'; }))
     text += " (put -- before a text that begins with a dash)";
   const std::string command =

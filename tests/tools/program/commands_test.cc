@@ -384,7 +384,7 @@ TEST_F(ProjectTest, BadInputIsAnsweredWithOneLineAndAStatus) {
       {{"frobnicate"}, 2, "there is no command `frobnicate`"},
       {{"search", "->"}, 2, "put -- before"},
       {{"clear"}, 2, "--yes"},
-      {{"search", "x", "--limit", "0"}, 2, "Value 0 not in range"},
+      {{"search", "x", "-n", "0"}, 2, "Value 0 not in range 1 to 1000000; see"},
       {{"errors", "none.c"}, 1, "name a repository, or a folder or file in one"},
       {{"sql", "DELETE FROM files"}, 2, "only questions"},
       {{"sql", "PRAGMA journal_mode = DELETE"}, 2, "only questions"},
