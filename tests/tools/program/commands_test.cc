@@ -271,6 +271,7 @@ TEST_F(ProjectTest, AnUpdateEndsWithWhatARebuildWouldMake) {
     EXPECT_TRUE(tree.holds_nothing_beside_the_index());
     EXPECT_EQ(done["parsed"], parsed);
     EXPECT_EQ(done["removed"], removed);
+    EXPECT_EQ(done["files"], tree.json({"stats"})["files"]);
     const std::vector<std::string> updated = tree.rows(CONTENT);
     EXPECT_TRUE(what != "changed" || tree.rows(IDS) == ids) << "nothing tells caches of a new id";
     ASSERT_EQ(tree.run({"rebuild"}).status, 0);

@@ -25,7 +25,7 @@ int clear(const Options& options) {
   if (options.json)
     print_json({{"files_removed", files}});
   else if (!options.quiet)
-    std::cout << with_commas(files) << " files removed from the index\n";
+    std::cout << counted(files, "file", "files") << " removed from the index\n";
   return EXIT_DONE;
 }
 

@@ -64,7 +64,7 @@ int compact(const Options& options) {
   else if (result.converted)
     std::cout << "converted to incremental auto-vacuum\n";
   else
-    std::cout << with_commas(result.pages_released) << " pages given back\n";
+    std::cout << counted(result.pages_released, "page", "pages") << " given back\n";
   return EXIT_DONE;
 }
 

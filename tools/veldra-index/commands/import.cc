@@ -83,7 +83,7 @@ int import_index(const Options& options, const fs::path& file) {
   if (options.json)
     print_json({{"index", place.db.string()}, {"files", rows.at("files")}});
   else if (!options.quiet)
-    std::cout << with_commas(rows.at("files")) << " files in " << place.db.string() << '\n';
+    std::cout << counted(rows.at("files"), "file", "files") << " in " << place.db.string() << '\n';
   return EXIT_DONE;
 }
 

@@ -50,9 +50,10 @@ void print(const Options& options, const IndexPlace& place, const NewIndex& made
     return;
   }
   if (options.quiet) return;
-  std::cout << with_commas(rows.at("files")) << " files, " << with_commas(listed) << " symbols, "
-            << with_commas(rows.at("edges") + rows.at("external_imports")) << " imports in "
-            << place.db.string() << '\n';
+  std::cout << counted(rows.at("files"), "file", "files") << ", "
+            << counted(listed, "symbol", "symbols") << ", "
+            << counted(rows.at("edges") + rows.at("external_imports"), "import", "imports")
+            << " in " << place.db.string() << '\n';
   if (rows.at("index_errors") > 0) {
     std::cout << counted(rows.at("index_errors"), "problem", "problems")
               << ": see `veldra-index errors`\n";

@@ -18,14 +18,13 @@ namespace veldra::tool {
 namespace {
 
 void print(const Options& options, const PassResult& result, const Compaction& compaction,
-           std::size_t files) {
+           std::int64_t files) {
   if (options.json) {
     Json json;
     json["files"] = files;
     json["parsed"] = result.parsed;
     json["removed"] = result.removed;
-    json["unchanged"] =
-        static_cast<std::int64_t>(files) - result.parsed - result.binary - result.unusable;
+    json["unchanged"] = files - result.parsed;
     json["binary_files"] = result.binary;
     json["unusable_files"] = result.unusable;
     json["pages_released"] = compaction.pages_released;
@@ -34,10 +33,10 @@ void print(const Options& options, const PassResult& result, const Compaction& c
   }
   if (options.quiet) return;
   if (result.parsed == 0 && result.removed == 0) {
-    std::cout << "up to date: " << with_commas(static_cast<std::int64_t>(files)) << " files\n";
+    std::cout << "up to date: " << counted(files, "file", "files") << '\n';
   } else {
-    std::cout << with_commas(result.parsed) << " files indexed, " << with_commas(result.removed)
-              << " removed, of " << with_commas(static_cast<std::int64_t>(files)) << '\n';
+    std::cout << counted(result.parsed, "file", "files") << " indexed, "
+              << with_commas(result.removed) << " removed, of " << with_commas(files) << '\n';
   }
 }
 
@@ -45,7 +44,7 @@ void print(const Options& options, const PassResult& result, const Compaction& c
 struct Updated {
   PassResult result;
   Compaction compaction;
-  std::size_t files;
+  std::int64_t files;  // in the index
 };
 
 Updated update(const Options& options, const IndexPlace& place) {
@@ -69,7 +68,8 @@ Updated update(const Options& options, const IndexPlace& place) {
     });
   }
   record_pass(**index);
-  return {result, (*index)->compact(), tree.files.size()};
+  const std::optional<Row> files = (*index)->fetchone("SELECT count(*) FROM files");
+  return {result, (*index)->compact(), (*files)[0].as_integer()};
 }
 
 }  // namespace

@@ -15,6 +15,7 @@ namespace veldra::tool {
 namespace {
 
 constexpr auto REDRAW = std::chrono::milliseconds(100);
+constexpr double WORTH_A_LINE = 0.5;  // seconds
 constexpr std::size_t BAR_WIDTH = 24;
 
 bool quiet = false;
@@ -59,8 +60,8 @@ Progress::~Progress() {
     _thread.join();
     std::cerr << "\r\033[K" << std::flush;
   }
-  if (quiet || std::uncaught_exceptions() > 0) return;
   const double seconds = _seconds();
+  if (quiet || seconds < WORTH_A_LINE || std::uncaught_exceptions() > 0) return;
   std::cerr << _label << ": " << _counts(seconds) << number("%.1f s", seconds) << std::endl;
 }
 

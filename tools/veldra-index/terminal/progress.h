@@ -10,8 +10,8 @@
 
 namespace veldra::tool {
 
-/// Shows on standard error how far a long piece of work is: a bar with rate and time left on a
-/// terminal, one plain line at the end otherwise, nothing when quiet.
+/// Shows on standard error how far a long piece of work is: on a terminal a bar with rate and time
+/// left, at the end one plain line unless it was done at once; nothing when quiet.
 ///
 /// Thread safety: `advance` and `set_done` from any thread. A thread of its own draws.
 class Progress {
