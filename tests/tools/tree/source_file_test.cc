@@ -15,7 +15,7 @@ TEST(SourceTextTest, DecodesWhatIsNotUtf8AndLeavesWhatIsNoTextAlone) {
   const std::pair<std::string, std::string> cases[] = {
       {"plain\r\n", "plain\r\n"},
       {"a\ncaf\xE9\n", "~a\ncafé\n"},
-      {"\xEF\xBB\xBFmark", "\xEF\xBB\xBFmark"},
+      {"\xEF\xBB\xBFmark\xEF\xBB\xBF", "~mark\xEF\xBB\xBF"},
       {"\377\376a\0\351\0"s, "~aé"},
       {"\xFE\xFF\xD8\x3D\xDE\x00\0!"s, "~😀!"},
       {"\xFF\xFE\x3D\xD8"s, "~\xEF\xBF\xBD"},

@@ -16,8 +16,9 @@ namespace {
 constexpr std::string_view HOW_TO_INSTALL =
     "install Universal Ctags with JSON output (Debian: apt-get install universal-ctags)";
 
-/// What this tool makes of a tag: raised when that changes, so that every file is parsed again.
-constexpr std::int64_t IMPORTER_VERSION = 3;
+/// What this tool makes of a file and its tags: raised when that changes, so that every file is
+/// parsed again.
+constexpr std::int64_t IMPORTER_VERSION = 4;
 
 std::string run_ctags(const std::string& option) {
   try {

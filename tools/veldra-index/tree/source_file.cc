@@ -23,6 +23,8 @@ constexpr std::int64_t UNSETTLED_NS = 2'000'000'000;
 // A NUL among these makes a file binary, as git has it.
 constexpr std::size_t FIRST_BYTES = 8000;
 
+constexpr std::string_view UTF8_MARK = "\xEF\xBB\xBF";  // no part of the first line
+
 FileProblem io_problem(int error) {
   return {"io_error", std::generic_category().message(error), std::nullopt};
 }
@@ -61,6 +63,9 @@ void decode(SourceText& source) {
     source.problem =
         FileProblem{"decode_error", "not UTF-8; read as Latin-1", line_of(source.text, bad)};
     source.text = latin1_to_utf8(source.text);
+    source.exact = false;
+  } else if (source.text.starts_with(UTF8_MARK)) {
+    source.text.erase(0, UTF8_MARK.size());
     source.exact = false;
   }
 }

@@ -34,7 +34,7 @@ struct SourceText {
 
   Kind kind = Kind::Unusable;
   std::string text;
-  bool exact = true;  // the file's bytes unchanged; false when they had to be decoded
+  bool exact = true;  // the file's bytes unchanged; false when they were decoded, or had a mark
   std::int64_t size = 0;
   std::string stamp;                   // what `files.hash` holds, see below
   std::optional<FileProblem> problem;  // why it is unusable, or not exact
